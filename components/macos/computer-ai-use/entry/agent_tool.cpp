@@ -1,0 +1,101 @@
+#include "entry/agent_tool.h"
+
+#include <algorithm>
+#include <cctype>
+#include <functional>
+#include <string_view>
+
+#include "cli/arguments.h"
+#include "cli/json_output.h"
+#include "cli/tool_error.h"
+#include "cli/usage.h"
+#include "snapshot/app_state_format.h"
+
+namespace tavlin::entry {
+namespace {
+
+using Handler = std::function<void(CommandContext&, const cli::Flags&)>;
+
+struct Command {
+  std::vector<std::string_view> words;
+  Handler handler;
+};
+
+// Commands whose subsystem has not landed yet answer with one clear line.
+Handler notAvailableYet(std::string_view name) {
+  return [name](CommandContext&, const cli::Flags&) {
+    throw cli::ToolError(std::string(name) + " is not available yet");
+  };
+}
+
+struct GetAppStateRequest {
+  std::string appQuery;
+  snapshot::AppStateFormat format;
+  std::optional<std::string> titleContains;
+  std::optional<uint32_t> windowID;
+};
+
+// The dispatcher reads get-app-state's flags itself, in this order, so that a bad
+// format is reported before a missing --app.
+GetAppStateRequest readGetAppStateFlags(const cli::Flags& flags) {
+  std::string given = cli::stringFlag(flags, {"--format"}, "plugin");
+  std::string lowered = given;
+  std::transform(lowered.begin(), lowered.end(), lowered.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  auto format = snapshot::appStateFormat(lowered);
+  if (!format) throw cli::ToolError("Unsupported --format " + given + ". Expected plugin, json, or plugin-json.");
+  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}};
+  request.titleContains = cli::flagValue(
+      flags, {"--title-contains", "--title_contains", "--window-title-contains", "--window_title_contains"});
+  request.windowID = cli::uint32Flag(flags, {"--window-id", "--window_id"});
+  request.appQuery = cli::requiredFlag(flags, {"--app"});
+  return request;
+}
+
+const std::vector<Command>& commandTable() {
+  static const std::vector<Command> table = {
+      {{"list-apps", "list_apps"}, notAvailableYet("list-apps")},
+      {{"activate-app", "activate_app"}, notAvailableYet("activate-app")},
+      {{"get-app-state", "get_app_state"},
+       [](CommandContext&, const cli::Flags& flags) {
+         readGetAppStateFlags(flags);
+         throw cli::ToolError("get-app-state is not available yet");
+       }},
+      {{"click"}, notAvailableYet("click")},
+      {{"type-text", "type_text"}, notAvailableYet("type-text")},
+      {{"press-key", "press_key"}, notAvailableYet("press-key")},
+      {{"set-value", "set_value"}, notAvailableYet("set-value")},
+      {{"background-paste-clipboard", "background_paste_clipboard"}, notAvailableYet("background-paste-clipboard")},
+      {{"perform-secondary-action", "perform_secondary_action"}, notAvailableYet("perform-secondary-action")},
+      {{"choose-open-panel-path", "choose_open_panel_path"}, notAvailableYet("choose-open-panel-path")},
+      {{"choose-open-panel-bundle", "choose_open_panel_bundle"}, notAvailableYet("choose-open-panel-bundle")},
+      {{"inspect-open-panel", "inspect_open_panel"}, notAvailableYet("inspect-open-panel")},
+      {{"scroll"}, notAvailableYet("scroll")},
+      {{"drag"}, notAvailableYet("drag")},
+      {{"-h", "--help", "help"},
+       [](CommandContext&, const cli::Flags&) { cli::writeAll(1, std::string(cli::usageText) + "\n"); }},
+  };
+  return table;
+}
+
+}  // namespace
+
+int runAgentTool(CommandContext& context) {
+  try {
+    cli::ParsedCommand parsed = cli::parseArguments(context.values.tavlinArguments);
+    for (const Command& command : commandTable()) {
+      if (std::find(command.words.begin(), command.words.end(), parsed.command) != command.words.end()) {
+        command.handler(context, parsed.flags);
+        return 0;
+      }
+    }
+    throw cli::ToolError(std::string(cli::usageText));
+  } catch (const cli::ToolError& error) {
+    cli::writeAll(2, error.description + "\n");
+  } catch (const std::exception& error) {
+    cli::writeAll(2, std::string(error.what()) + "\n");
+  }
+  return 1;
+}
+
+}  // namespace tavlin::entry

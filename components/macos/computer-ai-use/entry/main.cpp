@@ -1,0 +1,71 @@
+// The executable's entry: IPC pre-pass, process-wide values, mode choice, and the
+// single exit path.
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/background_capture.h"
+#include "clicker/clicker.h"
+#include "entry/agent_tool.h"
+#include "entry/ipc.h"
+#include "entry/modes.h"
+#include "entry/process_values.h"
+#include "platform/platform.h"
+#include "statusitem/status_item.h"
+
+namespace tavlin::entry {
+namespace {
+
+std::optional<std::string> environment(const char* name) {
+  const char* value = std::getenv(name);
+  if (!value) return std::nullopt;
+  return std::string(value);
+}
+
+// The only way the tool modes end: flush, let the platform persist what changed,
+// record the status for a supervisor, exit.
+[[noreturn]] void finish(int status, const ProcessValues& values, platform::Platform& platform) {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  platform.commit();
+  if (values.tavlinIPCDirectory) writeIPCExitCode(*values.tavlinIPCDirectory, status);
+  std::exit(status);
+}
+
+}  // namespace
+}  // namespace tavlin::entry
+
+int main(int argc, char** argv) {
+  using namespace tavlin;
+  std::vector<std::string> raw(argv + (argc > 0 ? 1 : 0), argv + argc);
+  entry::TavlinStartup startup = entry::configureTavlinIPC(raw);
+
+  std::unique_ptr<platform::Platform> platform = platform::makePlatform(argc > 0 ? argv[0] : "");
+  const entry::ProcessValues values =
+      entry::makeProcessValues(std::move(startup), platform->workspace(), entry::environment("TAVLIN_INSTALL_ROOT"));
+
+  const std::vector<std::string>& args = values.tavlinArguments;
+  std::vector<std::string> rest(args.size() > 1 ? args.begin() + 1 : args.end(), args.end());
+  switch (entry::selectMode(args)) {
+    case entry::Mode::statusItemWithWindow:
+    case entry::Mode::statusItemWithoutWindow: {
+      int status = statusitem::runTavlinStatusItem(entry::selectMode(args) == entry::Mode::statusItemWithWindow);
+      entry::finish(status, values, *platform);
+    }
+    case entry::Mode::statusItemDiagnostic:
+      entry::finish(statusitem::runTavlinStatusItemDiagnostic(), values, *platform);
+    case entry::Mode::backgroundWindowCapture: {
+      rest.insert(rest.begin(), "background-window-capture");
+      entry::finish(capture::runBackgroundWindowCaptureHost(rest), values, *platform);
+    }
+    case entry::Mode::clicker:
+      entry::finish(clicker::runClickerCompatibility(rest), values, *platform);
+    case entry::Mode::agentTool: {
+      entry::CommandContext context{values, *platform};
+      entry::finish(entry::runAgentTool(context), values, *platform);
+    }
+  }
+  return 1;
+}

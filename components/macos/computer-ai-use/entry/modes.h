@@ -1,0 +1,18 @@
+#pragma once
+#include <string>
+#include <vector>
+
+namespace tavlin::entry {
+
+enum class Mode {
+  statusItemWithWindow,     // no arguments, or the system's "-psn_" argument
+  statusItemWithoutWindow,  // "__menu-bar"
+  statusItemDiagnostic,     // "__menu-bar-diagnose"
+  backgroundWindowCapture,  // "__background-window-capture"
+  clicker,                  // "__clicker"
+  agentTool,                // anything else
+};
+
+Mode selectMode(const std::vector<std::string>& arguments);
+
+}  // namespace tavlin::entry

@@ -1,0 +1,29 @@
+#include "entry/process_values.h"
+
+#include "common/files.h"
+#include "entry/install_root.h"
+#include "platform/workspace.h"
+
+namespace tavlin::entry {
+
+ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& workspace,
+                                const std::optional<std::string>& environmentRoot) {
+  ProcessValues v;
+  v.tavlinStartup = std::move(startup);
+  v.tavlinArguments = v.tavlinStartup.arguments;
+  v.tavlinIPCDirectory = v.tavlinStartup.ipcDirectory;
+  v.tavlinRootURL =
+      findTavlinRoot(environmentRoot, workspace.mainBundlePath(), buildTimeRoot(), common::currentDirectory());
+  std::string caches = workspace.userCachesDirectory().value_or(
+      common::appendPathComponent(workspace.homeDirectory(), "Library/Caches"));
+  v.cacheDirectoryURL =
+      common::appendPathComponent(common::appendPathComponent(caches, "Tavlin"), "computer-ai-use-state");
+  v.backgroundWindowCaptureScriptURL = common::appendPathComponent(v.tavlinRootURL, "bin/background-window-capture");
+  v.traversalAttributes = {"AXChildren", "AXWindows", "AXMainWindow", "AXFocusedWindow",
+                           "AXChildrenInNavigationOrder"};
+  v.exactNameFirstScore = 1000000;
+  v.bwcTimestampFormatter = common::CompactTimestampFormatter{};
+  return v;
+}
+
+}  // namespace tavlin::entry

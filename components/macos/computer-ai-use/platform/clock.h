@@ -1,0 +1,20 @@
+#pragma once
+// The clock port. Every pause, poll and deadline of the tool goes through it, so the
+// simulated desktop can run them on virtual time.
+#include <chrono>
+
+namespace tavlin::platform {
+
+using TimePoint = std::chrono::system_clock::time_point;
+
+class Clock {
+ public:
+  virtual ~Clock() = default;
+  virtual TimePoint now() = 0;
+  // Blocks the main thread.
+  virtual void sleep(double seconds) = 0;
+  // Runs the main run loop for up to `seconds`, delivering the system's notifications.
+  virtual void runLoop(double seconds) = 0;
+};
+
+}  // namespace tavlin::platform

@@ -1,0 +1,37 @@
+#pragma once
+// The platform seam: one object that hands out the ports, and the factory that picks
+// the desktop to talk to. Nothing outside platform/ knows which one it got.
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/accessibility.h"
+#include "platform/clock.h"
+#include "platform/events.h"
+#include "platform/processes.h"
+#include "platform/screen_capture.h"
+#include "platform/window_list.h"
+#include "platform/workspace.h"
+
+namespace tavlin::platform {
+
+class Platform {
+ public:
+  virtual ~Platform() = default;
+  virtual Accessibility& accessibility() = 0;
+  virtual Events& events() = 0;
+  virtual Workspace& workspace() = 0;
+  virtual WindowList& windowList() = 0;
+  virtual ScreenCapture& screenCapture() = 0;
+  virtual Clock& clock() = 0;
+  virtual Processes& processes() = 0;
+  // Called once as the process ends, on every path: a simulated desktop writes its
+  // changed state back here. Must not throw.
+  virtual void commit() noexcept = 0;
+};
+
+// The simulated desktop when TAVLIN_SIM_DESKTOP is set (or on a system without a real
+// adapter), otherwise the real one. `executablePath` is this program's own path.
+std::unique_ptr<Platform> makePlatform(const std::string& executablePath);
+
+}  // namespace tavlin::platform

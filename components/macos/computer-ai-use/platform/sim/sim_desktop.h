@@ -1,0 +1,151 @@
+#pragma once
+// The simulated desktop: a desktop file loaded into a model that the sim ports read and
+// change, plus the control face that tests and benchmarks use (clock, event log,
+// round-trip counter). The file format is documented in docs/desktop-format.md and the
+// event log in docs/event-log.md.
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/accessibility.h"
+#include "platform/geometry.h"
+#include "platform/window_list.h"
+#include "platform/workspace.h"
+
+namespace tavlin::sim {
+
+// A desktop file that cannot be read or does not hold a valid desktop. The message
+// names the file and, where it can, the place in it ("apps[0].pid: ...").
+struct DesktopError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// An attribute value as the desktop stores it: like the seam's value, but elements
+// are indices into the desktop's element table.
+struct StoredValue;
+using StoredArray = std::vector<StoredValue>;
+struct ElementIndex {
+  size_t index = 0;
+};
+struct StoredValue {
+  std::variant<platform::AXOther, std::string, platform::AXNumber, platform::Point, platform::Size,
+               platform::Rect, platform::AXURL, ElementIndex, StoredArray>
+      storage;
+};
+
+struct SimElement {
+  std::string id;          // empty when the file gave none
+  int32_t pid = 0;         // owning application
+  uint64_t hash = 0;       // CFHash; explicit in the file or derived from the position
+  std::string jsonPointer; // where the node sits in the file, for write-back
+  std::map<std::string, StoredValue> attributes;
+  std::map<std::string, platform::AXError> readErrors;  // injected failures per attribute
+  std::vector<std::string> actions;
+  std::vector<std::string> settable;
+};
+
+struct SimApp {
+  platform::RunningApplication info;
+  std::optional<size_t> uiElement;  // the application element, when the file has a tree
+  std::string jsonPointer;
+};
+
+struct SimScreen {
+  double width = 1440;
+  double height = 900;
+  double backingScale = 2;
+};
+
+struct EventField {
+  std::string name;
+  std::string value;
+};
+
+class SimDesktop {
+ public:
+  // Reads and validates the file; holds a lock beside it (`<path>.lock`) until
+  // destroyed so that concurrent commands take turns. Throws DesktopError.
+  static SimDesktop load(const std::string& path, const std::string& eventLogPath);
+  // For tests: a desktop from a document; `path` is where commit() writes it.
+  static SimDesktop fromJson(nlohmann::ordered_json document, const std::string& path,
+                             const std::string& eventLogPath);
+
+  SimDesktop(SimDesktop&&) noexcept;
+  SimDesktop& operator=(SimDesktop&&) noexcept;
+  ~SimDesktop();
+
+  // --- model ---
+  const std::vector<SimApp>& apps() const { return apps_; }
+  SimApp* app(int32_t pid);
+  const std::vector<SimElement>& elements() const { return elements_; }
+  const SimElement& element(size_t index) const { return elements_.at(index); }
+  const std::vector<platform::WindowInfo>& windows() const { return windows_; }
+  const SimScreen& screen() const { return screen_; }
+  bool accessibilityTrusted() const { return trusted_; }
+  std::optional<int32_t> frontmostPid() const { return frontmostPid_; }
+  platform::Point pointer() const { return pointer_; }
+
+  // --- changes (each is written back on commit) ---
+  void setFrontmostPid(std::optional<int32_t> pid);
+  void setHidden(int32_t pid, bool hidden);
+  void setPointer(platform::Point point);
+
+  // --- clock ---
+  std::chrono::system_clock::time_point clockStart() const { return clockStart_; }
+  std::chrono::system_clock::time_point now() const;
+  int64_t elapsedMicroseconds() const { return elapsedMicros_; }
+  void advance(double seconds);
+
+  // --- event log ---
+  // One line: virtual time, target, kind, fields. Appended to the log file on commit.
+  void log(const std::string& target, const std::string& kind, const std::vector<EventField>& fields = {});
+  const std::vector<std::string>& pendingLogLines() const { return pendingLog_; }
+
+  // --- accessibility round trips ---
+  void countRoundTrip() { ++roundTrips_; }
+  uint64_t roundTripsThisProcess() const { return roundTrips_; }
+  uint64_t roundTripsTotal() const { return roundTripsBefore_ + roundTrips_; }
+
+  // Writes the changed state back atomically and appends the pending log lines.
+  // Throws DesktopError when the file cannot be written.
+  void commit();
+
+  const std::string& path() const { return path_; }
+  const nlohmann::ordered_json& document() const { return document_; }
+
+ private:
+  SimDesktop() = default;
+  void parse();
+
+  std::string path_;
+  std::string eventLogPath_;
+  int lockDescriptor_ = -1;
+  nlohmann::ordered_json document_;
+  bool dirty_ = false;
+
+  std::vector<SimApp> apps_;
+  std::vector<SimElement> elements_;
+  std::vector<platform::WindowInfo> windows_;
+  SimScreen screen_;
+  bool trusted_ = true;
+  std::optional<int32_t> frontmostPid_;
+  platform::Point pointer_;
+  std::chrono::system_clock::time_point clockStart_;
+  int64_t elapsedMicros_ = 0;
+  std::vector<std::string> pendingLog_;
+  uint64_t roundTrips_ = 0;
+  uint64_t roundTripsBefore_ = 0;
+};
+
+// Formats one event-log line (exposed for tests of the format itself).
+std::string formatEventLine(int64_t elapsedMicros, const std::string& target, const std::string& kind,
+                            const std::vector<EventField>& fields);
+
+}  // namespace tavlin::sim

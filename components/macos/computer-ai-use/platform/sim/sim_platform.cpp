@@ -1,0 +1,525 @@
+#include "platform/sim/sim_platform.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+
+#include "common/files.h"
+
+namespace tavlin::sim {
+
+using namespace platform;
+
+namespace {
+
+// Element handles carry the desktop's element index and its hash.
+struct SimElementImpl final : ElementImpl {
+  SimElementImpl(size_t i, uint64_t h) : index(i), hash(h) {}
+  size_t index;
+  uint64_t hash;
+};
+
+const SimElementImpl* simElement(const Element& e) { return dynamic_cast<const SimElementImpl*>(e.impl()); }
+
+std::string hex(uint64_t v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "0x%llx", static_cast<unsigned long long>(v));
+  return buf;
+}
+
+std::string number(double v) {
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%.15g", v);
+  return buf;
+}
+
+std::string utf8(const std::u16string& text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    uint32_t c = text[i];
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
+      ++i;
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;  // a lone surrogate cannot be written as UTF-8
+    }
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+const char* eventKind(EventType type) {
+  switch (type) {
+    case EventType::null: return "null";
+    case EventType::leftMouseDown: return "left-mouse-down";
+    case EventType::leftMouseUp: return "left-mouse-up";
+    case EventType::rightMouseDown: return "right-mouse-down";
+    case EventType::rightMouseUp: return "right-mouse-up";
+    case EventType::mouseMoved: return "mouse-moved";
+    case EventType::leftMouseDragged: return "left-mouse-dragged";
+    case EventType::rightMouseDragged: return "right-mouse-dragged";
+    case EventType::keyDown: return "key-down";
+    case EventType::keyUp: return "key-up";
+    case EventType::flagsChanged: return "flags-changed";
+    case EventType::scrollWheel: return "scroll-wheel";
+    case EventType::otherMouseDown: return "other-mouse-down";
+    case EventType::otherMouseUp: return "other-mouse-up";
+    case EventType::otherMouseDragged: return "other-mouse-dragged";
+  }
+  return "unknown";
+}
+
+bool isMouseEvent(EventType t) {
+  switch (t) {
+    case EventType::leftMouseDown:
+    case EventType::leftMouseUp:
+    case EventType::rightMouseDown:
+    case EventType::rightMouseUp:
+    case EventType::mouseMoved:
+    case EventType::leftMouseDragged:
+    case EventType::rightMouseDragged:
+    case EventType::otherMouseDown:
+    case EventType::otherMouseUp:
+    case EventType::otherMouseDragged:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::vector<EventField> eventFields(const Event& e) {
+  std::vector<EventField> f;
+  if (isMouseEvent(e.type)) {
+    f.push_back({"x", number(e.location.x)});
+    f.push_back({"y", number(e.location.y)});
+    f.push_back({"button", std::to_string(static_cast<uint32_t>(e.button))});
+    if (e.clickState) f.push_back({"clickState", std::to_string(e.clickState)});
+  } else if (e.type == EventType::keyDown || e.type == EventType::keyUp || e.type == EventType::flagsChanged) {
+    f.push_back({"keyCode", std::to_string(e.keyCode)});
+    if (!e.unicodeString.empty()) f.push_back({"text", utf8(e.unicodeString)});
+  } else if (e.type == EventType::scrollWheel) {
+    f.push_back({"unit", e.scrollUnit == ScrollUnit::pixel ? "pixel" : "line"});
+    f.push_back({"wheels", std::to_string(e.wheelCount)});
+    f.push_back({"wheel1", std::to_string(e.wheel1)});
+    f.push_back({"wheel2", std::to_string(e.wheel2)});
+    if (e.wheelCount > 2) f.push_back({"wheel3", std::to_string(e.wheel3)});
+  }
+  if (e.flags) f.push_back({"flags", hex(*e.flags)});
+  return f;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+
+class SimAccessibilityPort final : public Accessibility {
+ public:
+  explicit SimAccessibilityPort(SimPlatform& p) : p_(p) {}
+
+  bool isProcessTrusted(bool prompt) override {
+    SimDesktop& d = p_.desktop();
+    if (prompt && !d.accessibilityTrusted()) d.log("system", "accessibility-prompt");
+    return d.accessibilityTrusted();
+  }
+
+  Element applicationElement(int32_t pid) override {
+    SimDesktop& d = p_.desktop();
+    const SimApp* app = d.app(pid);
+    if (app && app->uiElement) return handle(d, *app->uiElement);
+    // Like AXUIElementCreateApplication, a handle is made for any pid; reads of an
+    // application without a tree fail as an unreachable process would.
+    return Element(std::make_shared<SimElementImpl>(SIZE_MAX, 0x8000000000000000ull | static_cast<uint32_t>(pid)));
+  }
+
+  Element systemWideElement() override {
+    return Element(std::make_shared<SimElementImpl>(SIZE_MAX, 0x4000000000000000ull));
+  }
+
+  AXCopyResult copyAttributeValue(const Element& element, const std::string& attribute) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    return read(d, element, attribute);
+  }
+
+  AXError copyMultipleAttributeValues(const Element& element, const std::vector<std::string>& attributes,
+                                      std::vector<AXCopyResult>& results) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    results.clear();
+    const SimElement* e = resolve(d, element);
+    if (!e) return AXError::invalidUIElement;
+    for (const auto& name : attributes) results.push_back(read(d, element, name));
+    return AXError::success;
+  }
+
+  AXCopyResult copyActionNames(const Element& element) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    const SimElement* e = resolve(d, element);
+    if (!e) return {AXError::invalidUIElement, std::nullopt};
+    AXArray names;
+    for (const auto& a : e->actions) names.push_back({a});
+    return {AXError::success, AXAttributeValue{std::move(names)}};
+  }
+
+  AXError isAttributeSettable(const Element& element, const std::string& attribute, bool& settable) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    settable = false;
+    const SimElement* e = resolve(d, element);
+    if (!e) return AXError::invalidUIElement;
+    for (const auto& s : e->settable) settable |= s == attribute;
+    return AXError::success;
+  }
+
+  AXError performAction(const Element& element, const std::string& action) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    const SimElement* e = resolve(d, element);
+    if (!e) return AXError::invalidUIElement;
+    bool supported = false;
+    for (const auto& a : e->actions) supported |= a == action;
+    d.log(target(*e), "perform-action", {{"element", label(*e)}, {"action", action}});
+    return supported ? AXError::success : AXError::actionUnsupported;
+  }
+
+  AXError setAttributeValue(const Element& element, const std::string& attribute, const std::string& text) override {
+    SimDesktop& d = p_.desktop();
+    d.countRoundTrip();
+    const SimElement* e = resolve(d, element);
+    if (!e) return AXError::invalidUIElement;
+    bool settable = false;
+    for (const auto& s : e->settable) settable |= s == attribute;
+    d.log(target(*e), "set-value", {{"element", label(*e)}, {"attribute", attribute}, {"value", text}});
+    return settable ? AXError::success : AXError::attributeUnsupported;
+  }
+
+  uint64_t hash(const Element& element) override {
+    const SimElementImpl* e = simElement(element);
+    return e ? e->hash : 0;
+  }
+
+  AXError setMessagingTimeout(const Element&, float seconds) override {
+    return seconds < 0 ? AXError::illegalArgument : AXError::success;
+  }
+
+ private:
+  static Element handle(const SimDesktop& d, size_t index) {
+    return Element(std::make_shared<SimElementImpl>(index, d.element(index).hash));
+  }
+
+  static const SimElement* resolve(const SimDesktop& d, const Element& element) {
+    const SimElementImpl* e = simElement(element);
+    if (!e || e->index >= d.elements().size()) return nullptr;
+    return &d.element(e->index);
+  }
+
+  static std::string target(const SimElement& e) { return "pid:" + std::to_string(e.pid); }
+  static std::string label(const SimElement& e) { return e.id.empty() ? hex(e.hash) : e.id; }
+
+  static AXAttributeValue convert(const SimDesktop& d, const StoredValue& v) {
+    return std::visit(
+        [&](const auto& x) -> AXAttributeValue {
+          using T = std::decay_t<decltype(x)>;
+          if constexpr (std::is_same_v<T, ElementIndex>) {
+            return {handle(d, x.index)};
+          } else if constexpr (std::is_same_v<T, StoredArray>) {
+            AXArray items;
+            items.reserve(x.size());
+            for (const auto& item : x) items.push_back(convert(d, item));
+            return {std::move(items)};
+          } else {
+            return {x};
+          }
+        },
+        v.storage);
+  }
+
+  static AXCopyResult read(const SimDesktop& d, const Element& element, const std::string& attribute) {
+    const SimElement* e = resolve(d, element);
+    if (!e) return {AXError::invalidUIElement, std::nullopt};
+    if (auto err = e->readErrors.find(attribute); err != e->readErrors.end()) return {err->second, std::nullopt};
+    auto it = e->attributes.find(attribute);
+    if (it == e->attributes.end()) return {AXError::noValue, std::nullopt};
+    return {AXError::success, convert(d, it->second)};
+  }
+
+  SimPlatform& p_;
+};
+
+class SimEventsPort final : public Events {
+ public:
+  explicit SimEventsPort(SimPlatform& p) : p_(p) {}
+
+  std::optional<Event> createMouseEvent(EventType type, Point location, MouseButtonCode button) override {
+    Event e;
+    e.type = type;
+    e.location = location;
+    e.button = button;
+    return e;
+  }
+  std::optional<Event> createKeyboardEvent(uint16_t keyCode, bool keyDown) override {
+    Event e;
+    e.type = keyDown ? EventType::keyDown : EventType::keyUp;
+    e.keyCode = keyCode;
+    e.keyDown = keyDown;
+    return e;
+  }
+  std::optional<Event> createScrollWheelEvent(ScrollUnit unit, uint32_t wheelCount, int32_t wheel1, int32_t wheel2,
+                                              int32_t wheel3) override {
+    Event e;
+    e.type = EventType::scrollWheel;
+    e.scrollUnit = unit;
+    e.wheelCount = wheelCount;
+    e.wheel1 = wheel1;
+    e.wheel2 = wheel2;
+    e.wheel3 = wheel3;
+    return e;
+  }
+  void post(EventTap tap, const Event& event) override {
+    SimDesktop& d = p_.desktop();
+    const char* target = tap == EventTap::hid ? "hid" : tap == EventTap::session ? "session" : "annotated-session";
+    d.log(target, eventKind(event.type), eventFields(event));
+    // Session-wide mouse events move the pointer, as on a real desktop.
+    if (isMouseEvent(event.type)) d.setPointer(event.location);
+  }
+  void postToPid(int32_t pid, const Event& event) override {
+    p_.desktop().log("pid:" + std::to_string(pid), eventKind(event.type), eventFields(event));
+  }
+  bool warpMouseCursor(Point point) override {
+    SimDesktop& d = p_.desktop();
+    d.log("system", "warp-cursor", {{"x", number(point.x)}, {"y", number(point.y)}});
+    d.setPointer(point);
+    return true;
+  }
+  Point pointerLocation() override { return p_.desktop().pointer(); }
+
+ private:
+  SimPlatform& p_;
+};
+
+class SimWorkspacePort final : public Workspace {
+ public:
+  explicit SimWorkspacePort(SimPlatform& p) : p_(p) {}
+
+  std::vector<RunningApplication> runningApplications() override {
+    std::vector<RunningApplication> out;
+    for (const SimApp& a : p_.desktop().apps()) out.push_back(a.info);
+    return out;
+  }
+  std::optional<RunningApplication> frontmostApplication() override {
+    SimDesktop& d = p_.desktop();
+    if (!d.frontmostPid()) return std::nullopt;
+    const SimApp* a = d.app(*d.frontmostPid());
+    if (!a) return std::nullopt;
+    return a->info;
+  }
+  bool unhide(int32_t pid) override {
+    SimDesktop& d = p_.desktop();
+    SimApp* a = d.app(pid);
+    d.log("pid:" + std::to_string(pid), "unhide");
+    if (!a || a->info.terminated) return false;
+    d.setHidden(pid, false);
+    return true;
+  }
+  bool activate(int32_t pid, uint64_t options) override {
+    SimDesktop& d = p_.desktop();
+    SimApp* a = d.app(pid);
+    d.log("pid:" + std::to_string(pid), "activate", {{"options", hex(options)}});
+    if (!a || a->info.terminated) return false;
+    d.setFrontmostPid(pid);
+    return true;
+  }
+  std::string displayName(const std::string& path) override {
+    std::string name = common::lastPathComponent(path);
+    if (name.size() > 4 && name.ends_with(".app")) name.resize(name.size() - 4);
+    return name;
+  }
+  std::optional<std::string> userCachesDirectory() override {
+    return common::appendPathComponent(homeDirectory(), "Library/Caches");
+  }
+  std::string homeDirectory() override { return p_.settings().homeDirectory; }
+  std::string mainBundlePath() override {
+    // An executable inside "X.app/Contents/MacOS/" belongs to the bundle X.app; any
+    // other executable's bundle is the folder that holds it.
+    const std::string& exe = p_.settings().executablePath;
+    std::string folder = common::deletingLastPathComponent(exe);
+    std::string contents = common::deletingLastPathComponent(folder);
+    std::string bundle = common::deletingLastPathComponent(contents);
+    if (common::lastPathComponent(folder) == "MacOS" && common::lastPathComponent(contents) == "Contents" &&
+        bundle.ends_with(".app")) {
+      return bundle;
+    }
+    return folder;
+  }
+
+ private:
+  SimPlatform& p_;
+};
+
+class SimWindowListPort final : public WindowList {
+ public:
+  explicit SimWindowListPort(SimPlatform& p) : p_(p) {}
+
+  std::optional<std::vector<WindowInfo>> copyWindowInfo(uint32_t options, uint32_t relativeToWindow) override {
+    std::vector<WindowInfo> out;
+    for (const WindowInfo& w : p_.desktop().windows()) {
+      if ((options & windowlist::includingWindow) && w.number == relativeToWindow) {
+        out.push_back(w);
+        continue;
+      }
+      if ((options & windowlist::onScreenOnly) && !w.onscreen) continue;
+      if ((options & windowlist::excludeDesktopElements) && w.layer < 0) continue;
+      if (options & (windowlist::includingWindow | windowlist::onScreenAboveWindow | windowlist::onScreenBelowWindow)) {
+        continue;  // relative listings are not simulated beyond the window itself
+      }
+      out.push_back(w);
+    }
+    return out;
+  }
+
+ private:
+  SimPlatform& p_;
+};
+
+class SimScreenCapturePort final : public ScreenCapture {
+ public:
+  explicit SimScreenCapturePort(SimPlatform& p) : p_(p) {}
+
+  CaptureStatus shareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly, double,
+                                 std::vector<ShareableWindow>& windows) override {
+    SimDesktop& d = p_.desktop();
+    windows.clear();
+    for (const WindowInfo& w : d.windows()) {
+      if (onScreenWindowsOnly && !w.onscreen) continue;
+      if (excludeDesktopWindows && w.layer < 0) continue;
+      ShareableWindow s;
+      s.windowID = w.number;
+      s.frame = w.bounds;
+      s.title = w.name;
+      s.windowLayer = w.layer;
+      s.onScreen = w.onscreen;
+      s.ownerPID = w.ownerPID;
+      if (const SimApp* a = d.app(w.ownerPID)) {
+        s.ownerBundleIdentifier = a->info.bundleIdentifier;
+        s.ownerName = a->info.localizedName;
+      }
+      windows.push_back(std::move(s));
+    }
+    return {};
+  }
+
+  CaptureStatus captureWindow(const CaptureRequest&) override {
+    return {CaptureStatus::Kind::failed, "The simulated desktop does not capture window images"};
+  }
+
+ private:
+  SimPlatform& p_;
+};
+
+class SimClockPort final : public Clock {
+ public:
+  explicit SimClockPort(SimPlatform& p) : p_(p) {}
+  TimePoint now() override { return p_.desktop().now(); }
+  void sleep(double seconds) override { p_.desktop().advance(seconds); }
+  void runLoop(double seconds) override { p_.desktop().advance(seconds); }
+
+ private:
+  SimPlatform& p_;
+};
+
+struct SimPlatform::Ports {
+  explicit Ports(SimPlatform& p) : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p) {}
+  SimAccessibilityPort accessibility;
+  SimEventsPort events;
+  SimWorkspacePort workspace;
+  SimWindowListPort windowList;
+  SimScreenCapturePort capture;
+  SimClockPort clock;
+  PosixProcesses processes;
+};
+
+SimPlatform::SimPlatform(SimSettings settings)
+    : settings_(std::move(settings)), ports_(std::make_unique<Ports>(*this)) {}
+
+SimPlatform::SimPlatform(SimDesktop desktop, SimSettings settings)
+    : settings_(std::move(settings)), desktop_(std::move(desktop)), ports_(std::make_unique<Ports>(*this)) {}
+
+SimPlatform::~SimPlatform() = default;
+
+Accessibility& SimPlatform::accessibility() { return ports_->accessibility; }
+Events& SimPlatform::events() { return ports_->events; }
+Workspace& SimPlatform::workspace() { return ports_->workspace; }
+WindowList& SimPlatform::windowList() { return ports_->windowList; }
+ScreenCapture& SimPlatform::screenCapture() { return ports_->capture; }
+Clock& SimPlatform::clock() { return ports_->clock; }
+Processes& SimPlatform::processes() { return ports_->processes; }
+
+SimDesktop& SimPlatform::desktop() {
+  if (!desktop_) {
+    if (!settings_.desktopPath || settings_.desktopPath->empty()) {
+      throw DesktopError(
+          "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)");
+    }
+    std::string log = settings_.eventLogPath.value_or(*settings_.desktopPath + ".log");
+    desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log));
+  }
+  return *desktop_;
+}
+
+void SimPlatform::commit() noexcept {
+  if (!desktop_) return;
+  try {
+    desktop_->commit();
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "%s\n", e.what());
+  }
+}
+
+SimSettings simSettingsFromEnvironment(const std::string& executablePath) {
+  SimSettings s;
+  auto env = [](const char* name) -> std::optional<std::string> {
+    const char* v = std::getenv(name);
+    if (!v || !*v) return std::nullopt;
+    return std::string(v);
+  };
+  std::string cwd = common::currentDirectory();
+  if (auto d = env("TAVLIN_SIM_DESKTOP")) s.desktopPath = common::standardizedPath(*d, cwd);
+  if (auto l = env("TAVLIN_SIM_EVENT_LOG")) s.eventLogPath = common::standardizedPath(*l, cwd);
+  if (auto h = env("HOME")) {
+    s.homeDirectory = *h;
+  } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {
+    s.homeDirectory = pw->pw_dir;
+  } else {
+    s.homeDirectory = "/";
+  }
+  s.executablePath = executablePath;
+  char resolved[PATH_MAX];
+  ssize_t n = ::readlink("/proc/self/exe", resolved, sizeof resolved - 1);
+  if (n > 0) {
+    resolved[n] = '\0';
+    s.executablePath = resolved;
+  } else if (!executablePath.empty() && ::realpath(executablePath.c_str(), resolved)) {
+    s.executablePath = resolved;
+  }
+  return s;
+}
+
+}  // namespace tavlin::sim

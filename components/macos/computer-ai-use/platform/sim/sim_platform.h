@@ -1,0 +1,51 @@
+#pragma once
+// The seam's ports over a SimDesktop. The desktop is loaded on first use, so a command
+// that needs no desktop (help, a parse error) runs without one.
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/platform.h"
+#include "platform/posix_processes.h"
+#include "platform/sim/sim_desktop.h"
+
+namespace tavlin::sim {
+
+struct SimSettings {
+  std::optional<std::string> desktopPath;   // TAVLIN_SIM_DESKTOP
+  std::optional<std::string> eventLogPath;  // TAVLIN_SIM_EVENT_LOG; default "<desktop>.log"
+  std::string homeDirectory;                // the simulated user's home
+  std::string executablePath;               // for the main bundle path
+};
+
+class SimPlatform final : public platform::Platform {
+ public:
+  explicit SimPlatform(SimSettings settings);
+  // For tests: ports over an already-built desktop.
+  explicit SimPlatform(SimDesktop desktop, SimSettings settings = {});
+  ~SimPlatform() override;
+
+  platform::Accessibility& accessibility() override;
+  platform::Events& events() override;
+  platform::Workspace& workspace() override;
+  platform::WindowList& windowList() override;
+  platform::ScreenCapture& screenCapture() override;
+  platform::Clock& clock() override;
+  platform::Processes& processes() override;
+  void commit() noexcept override;
+
+  // The control face. Throws DesktopError when no desktop is set or it is invalid.
+  SimDesktop& desktop();
+  const SimSettings& settings() const { return settings_; }
+
+ private:
+  struct Ports;
+  SimSettings settings_;
+  std::optional<SimDesktop> desktop_;
+  std::unique_ptr<Ports> ports_;
+};
+
+// The settings from the environment: TAVLIN_SIM_DESKTOP, TAVLIN_SIM_EVENT_LOG, HOME.
+SimSettings simSettingsFromEnvironment(const std::string& executablePath);
+
+}  // namespace tavlin::sim

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs everything the build and the tests need, on Debian/Ubuntu (apt) or macOS (Homebrew).
+# Safe to run repeatedly.
+set -euo pipefail
+
+debian_packages=(
+  cmake ninja-build g++ clang   # build, and clang for the macOS type check
+  libgtest-dev                  # GoogleTest
+  nlohmann-json3-dev            # JSON parsing (desktop files, cache files)
+  libicu-dev                    # Foundation-compatible key order, grapheme clusters
+  libpng-dev                    # PNG files of the simulated screenshot tools
+  libbenchmark-dev              # benchmark targets
+)
+brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng google-benchmark)
+
+case "$(uname -s)" in
+  Linux)
+    if ! command -v apt-get >/dev/null; then
+      echo "install-deps: only Debian-like systems are supported on Linux (need apt-get)" >&2
+      exit 1
+    fi
+    missing=()
+    for p in "${debian_packages[@]}"; do
+      dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+    done
+    if ((${#missing[@]})); then
+      sudo=""
+      [ "$(id -u)" -ne 0 ] && sudo="sudo"
+      $sudo apt-get update -qq
+      DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    fi
+    ;;
+  Darwin)
+    command -v brew >/dev/null || { echo "install-deps: Homebrew is required on macOS" >&2; exit 1; }
+    brew install "${brew_packages[@]}"
+    ;;
+  *)
+    echo "install-deps: unsupported system $(uname -s)" >&2
+    exit 1
+    ;;
+esac
