@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <algorithm>
 #include <set>
 
 #include "common/files.h"
@@ -411,10 +412,19 @@ SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLog
   try {
     desktop.document_ = ordered_json::parse(*text);
   } catch (const nlohmann::json::parse_error& e) {
-    std::string what = e.what();
-    size_t bracket = what.find("] ");
-    throw DesktopError("Simulated desktop " + path + ": not valid JSON: " +
-                       (bracket == std::string::npos ? what : what.substr(bracket + 2)));
+    // The library's wording changes between versions; the place does not.
+    size_t offset = std::min(e.byte > 0 ? e.byte - 1 : 0, text->size());
+    size_t line = 1, column = 1;
+    for (size_t i = 0; i < offset; ++i) {
+      if ((*text)[i] == '\n') {
+        ++line;
+        column = 1;
+      } else {
+        ++column;
+      }
+    }
+    throw DesktopError("Simulated desktop " + path + ": not valid JSON (line " + std::to_string(line) + ", column " +
+                       std::to_string(column) + ")");
   }
   desktop.parse();
   return desktop;

@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+
+#include "platform/sim/sim_platform.h"
+#include "test_support.h"
+
+using namespace tavlin;
+using namespace tavlin::platform;
+using tavlin::sim::SimDesktop;
+using tavlin::sim::SimPlatform;
+using tavlin::testing::TempDir;
+using nlohmann::ordered_json;
+
+namespace {
+
+const std::string exampleDesktop = std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json";
+
+std::string loadError(const std::string& text) {
+  TempDir tmp;
+  tavlin::testing::writeText(tmp.file("d.json"), text);
+  try {
+    SimDesktop::load(tmp.file("d.json"), "");
+  } catch (const sim::DesktopError& e) {
+    std::string message = e.what();
+    std::string prefix = "Simulated desktop " + tmp.file("d.json") + ": ";
+    return message.starts_with(prefix) ? message.substr(prefix.size()) : message;
+  }
+  return "<loaded>";
+}
+
+SimPlatform platformFor(const std::string& json) {
+  return SimPlatform(SimDesktop::fromJson(ordered_json::parse(json), "/unused", ""));
+}
+
+}  // namespace
+
+TEST(SimDesktopFile, MalformedFilesGiveOneClearError) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "not valid JSON (line 1, column 1)"},
+      {"{\"tavlinDesktop\": 1,", "not valid JSON (line 1, column 21)"},
+      {"{\n  \"tavlinDesktop\": 1\n  \"apps\": []}", "not valid JSON (line 3, column 8)"},
+      {"[]", "expected an object"},
+      {"{}", "missing \"tavlinDesktop\": 1 (the format version)"},
+      {R"({"tavlinDesktop": 2})", "tavlinDesktop: unsupported format version (this build reads version 1)"},
+      {R"({"tavlinDesktop": 1, "aps": []})", "unknown key \"aps\""},
+      {R"({"tavlinDesktop": 1, "apps": {}})", "apps: expected an array"},
+      {R"({"tavlinDesktop": 1, "apps": [{"name": "A"}]})", "apps[0]: missing \"pid\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": "1"}]})", "apps[0].pid: expected an integer"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 4294967296}]})",
+       "apps[0].pid: expected an integer from -2147483648 to 2147483647"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1}, {"pid": 1}]})",
+       "apps[1].pid: another application already has pid 1"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "activationPolicy": "agent"}]})",
+       "apps[0].activationPolicy: expected \"regular\", \"accessory\" or \"prohibited\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"role": "AXApplication", "children": [{"titel": "x"}]}}]})",
+       "apps[0].ui.children[0]: unknown key \"titel\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"id": "a", "children": [{"id": "a"}]}}]})",
+       "apps[0].ui.children[0].id: another element already has id \"a\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"attributes": {"AXFocusedWindow": {"ref": "w"}}}}]})",
+       "apps[0].ui.attributes.AXFocusedWindow.ref: no element has id \"w\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"value": {"color": 1}}}]})",
+       "apps[0].ui.value: unknown value kind \"color\" (expected point, size, rect, url, ref or other)"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"value": null}}]})",
+       "apps[0].ui.value: expected a text, number, boolean, array or {\"point\"|\"size\"|\"rect\"|\"url\"|\"ref\"|"
+       "\"other\": ...}"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"position": [1]}}]})",
+       "apps[0].ui.position: expected [x, y]"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"errors": {"AXTitle": "timeout"}}}]})",
+       "apps[0].ui.errors.AXTitle: unknown AXError name \"timeout\""},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"hash": -3}}]})",
+       "apps[0].ui.hash: expected a non-negative integer"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"title": "a", "attributes": {"AXTitle": "b"}}}]})",
+       "apps[0].ui.attributes.AXTitle: given twice (also by its shortcut key)"},
+      {R"({"tavlinDesktop": 1, "frontmostPid": 7})", "frontmostPid: no application has pid 7"},
+      {R"({"tavlinDesktop": 1, "clock": {"start": "yesterday"}})",
+       "clock.start: expected a UTC time like \"2026-01-01T09:30:00Z\""},
+      {R"({"tavlinDesktop": 1, "clock": {"elapsed": -1}})", "clock.elapsed: expected seconds from 0 on"},
+      {R"({"tavlinDesktop": 1, "screen": {"backingScale": 0}})", "screen.backingScale: expected a positive number"},
+      {R"({"tavlinDesktop": 1, "windows": [{"number": 1, "pid": 1}]})", "windows[0]: missing \"bounds\""},
+      {R"({"tavlinDesktop": 1, "windows": [{"number": 0, "pid": 1, "bounds": [0,0,1,1]}]})",
+       "windows[0].number: expected an integer from 1 to 4294967295"},
+  };
+  for (const auto& [text, message] : cases) EXPECT_EQ(loadError(text), message) << text;
+}
+
+TEST(SimDesktopFile, MissingFileNamesTheFile) {
+  try {
+    SimDesktop::load("/no/such/desktop.json", "");
+    FAIL();
+  } catch (const sim::DesktopError& e) {
+    EXPECT_STREQ(e.what(), "Simulated desktop /no/such/desktop.json: cannot read the file (No such file or directory)");
+  }
+}
+
+TEST(SimDesktopFile, ExampleDesktopLoads) {
+  SimDesktop d = SimDesktop::load(exampleDesktop, "");
+  ASSERT_EQ(d.apps().size(), 3u);
+  EXPECT_EQ(d.apps()[0].info.localizedName, "Scribe");
+  EXPECT_EQ(d.apps()[2].info.activationPolicy, ActivationPolicy::accessory);
+  EXPECT_EQ(d.frontmostPid(), 4242);
+  EXPECT_GE(d.elements().size(), 30u);
+  EXPECT_EQ(d.windows().size(), 3u);
+  EXPECT_EQ(d.windows()[1].ownerName, "Scribe");  // defaulted from the owner
+  EXPECT_EQ(d.windows()[0].ownerName, "Window Server");
+}
+
+TEST(SimAccessibility, TypedReadsReferencesAndFaults) {
+  SimPlatform p = platformFor(R"({
+    "tavlinDesktop": 1,
+    "apps": [{"pid": 7, "ui": {
+      "role": "AXApplication",
+      "attributes": {"AXFocusedWindow": {"ref": "w"}, "AXExtras": [1, 2.5, true, {"url": "file:///a"}, {"other": "CFData"}]},
+      "children": [
+        {"id": "w", "role": "AXWindow", "title": "Doc", "position": [1, 2], "size": [3, 4], "hash": 99,
+         "errors": {"AXDescription": "cannotComplete", "AXHelp": -25212},
+         "actions": ["AXRaise"], "settable": ["AXValue"],
+         "children": [{"id": "c", "role": "AXButton", "value": 1}]},
+        {"role": "AXMenuBar"}
+      ]}}]})");
+  Accessibility& ax = p.accessibility();
+  Element app = ax.applicationElement(7);
+
+  AXCopyResult windows = ax.copyAttributeValue(app, "AXWindows");
+  ASSERT_EQ(windows.error, AXError::success);
+  ASSERT_EQ(windows.value->array()->size(), 1u);  // derived: only the AXWindow child
+  Element window = *windows.value->array()->at(0).element();
+  EXPECT_EQ(ax.hash(window), 99u);
+  EXPECT_EQ(ax.hash(*ax.copyAttributeValue(app, "AXFocusedWindow").value->element()), 99u);
+
+  EXPECT_EQ(*ax.copyAttributeValue(window, "AXTitle").value->text(), "Doc");
+  EXPECT_EQ(*ax.copyAttributeValue(window, "AXPosition").value->point(), (Point{1, 2}));
+  EXPECT_EQ(*ax.copyAttributeValue(window, "AXSize").value->size(), (Size{3, 4}));
+  EXPECT_EQ(ax.copyAttributeValue(window, "AXDescription").error, AXError::cannotComplete);
+  EXPECT_EQ(ax.copyAttributeValue(window, "AXHelp").error, AXError::noValue);
+  EXPECT_EQ(ax.copyAttributeValue(window, "AXSubrole").error, AXError::noValue);
+  EXPECT_EQ(ax.hash(*ax.copyAttributeValue(window, "AXParent").value->element()), ax.hash(app));
+
+  Element button = *ax.copyAttributeValue(window, "AXChildren").value->array()->at(0).element();
+  AXCopyResult value = ax.copyAttributeValue(button, "AXValue");
+  ASSERT_NE(value.value->number(), nullptr);
+  EXPECT_EQ(value.value->number()->stringValue(), "1");
+
+  AXCopyResult extrasResult = ax.copyAttributeValue(app, "AXExtras");
+  const AXArray& extras = *extrasResult.value->array();
+  ASSERT_EQ(extras.size(), 5u);
+  EXPECT_EQ(extras[0].number()->kind, AXNumber::Kind::integer);
+  EXPECT_EQ(extras[1].number()->stringValue(), "2.5");
+  EXPECT_EQ(extras[2].number()->kind, AXNumber::Kind::boolean);
+  EXPECT_EQ(extras[3].url()->absoluteString, "file:///a");
+  EXPECT_NE(std::get_if<AXOther>(&extras[4].storage), nullptr);
+
+  bool settable = false;
+  EXPECT_EQ(ax.isAttributeSettable(window, "AXValue", settable), AXError::success);
+  EXPECT_TRUE(settable);
+  EXPECT_EQ(ax.isAttributeSettable(button, "AXValue", settable), AXError::success);
+  EXPECT_FALSE(settable);
+  EXPECT_EQ(ax.copyActionNames(window).value->array()->size(), 1u);
+
+  // An application without a tree gives a handle whose reads fail.
+  EXPECT_EQ(ax.copyAttributeValue(ax.applicationElement(12345), "AXRole").error, AXError::invalidUIElement);
+}
+
+TEST(SimAccessibility, CountsOneRoundTripPerCall) {
+  SimPlatform p = platformFor(R"({"tavlinDesktop": 1, "apps": [{"pid": 7, "ui": {"role": "AXApplication", "title": "A"}}]})");
+  Accessibility& ax = p.accessibility();
+  Element app = ax.applicationElement(7);
+  std::vector<AXCopyResult> results;
+  EXPECT_EQ(ax.copyMultipleAttributeValues(app, {"AXRole", "AXTitle", "AXNothing"}, results), AXError::success);
+  ASSERT_EQ(results.size(), 3u);
+  EXPECT_EQ(*results[1].value->text(), "A");
+  EXPECT_EQ(results[2].error, AXError::noValue);
+  ax.copyAttributeValue(app, "AXRole");
+  ax.copyActionNames(app);
+  ax.hash(app);  // local, not a round trip
+  EXPECT_EQ(p.desktop().roundTripsThisProcess(), 3u);
+}
+
+TEST(SimDesktopState, ClockLogAndWriteBackAcrossProcesses) {
+  TempDir tmp;
+  std::string path = tmp.file("d.json");
+  std::string log = tmp.file("events.log");
+  tavlin::testing::writeText(path, R"({"tavlinDesktop": 1, "clock": {"start": "2026-03-02T09:30:00Z"},
+    "apps": [{"pid": 7, "name": "A", "hidden": true, "ui": {"role": "AXApplication"}}]})");
+  {
+    SimPlatform p(sim::SimSettings{path, log, "/home/u", "/x/Tavlin"});
+    p.clock().sleep(0.03);
+    p.events().postToPid(7, *p.events().createKeyboardEvent(21, true));
+    p.clock().runLoop(0.05);
+    EXPECT_TRUE(p.workspace().unhide(7));
+    EXPECT_TRUE(p.workspace().activate(7, activation::allWindows));
+    p.accessibility().copyAttributeValue(p.accessibility().applicationElement(7), "AXRole");
+    EXPECT_EQ(p.clock().now(), p.desktop().clockStart() + std::chrono::milliseconds(80));
+    p.commit();
+  }
+  EXPECT_EQ(tavlin::testing::readText(log),
+            "0.030 pid:7 key-down keyCode=21\n"
+            "0.080 pid:7 unhide\n"
+            "0.080 pid:7 activate options=0x1\n");
+  {
+    SimDesktop again = SimDesktop::load(path, log);  // holds the desktop's lock until the block ends
+    EXPECT_EQ(again.elapsedMicroseconds(), 80000);
+    EXPECT_EQ(again.roundTripsTotal(), 1u);
+    EXPECT_EQ(again.frontmostPid(), 7);
+    EXPECT_FALSE(again.apps()[0].info.hidden);
+    again.advance(1.5);
+    again.log("hid", "left-mouse-down", {{"x", "1"}});
+    again.commit();
+  }
+  EXPECT_EQ(SimDesktop::load(path, log).elapsedMicroseconds(), 1580000);
+  EXPECT_TRUE(tavlin::testing::readText(log).ends_with("0.080 pid:7 activate options=0x1\n1.580 hid left-mouse-down x=1\n"));
+}
+
+TEST(SimDesktopState, EventLineFormat) {
+  using sim::formatEventLine;
+  EXPECT_EQ(formatEventLine(0, "hid", "key-down", {{"keyCode", "21"}, {"flags", "0x120000"}}),
+            "0.000 hid key-down keyCode=21 flags=0x120000");
+  EXPECT_EQ(formatEventLine(1999600, "pid:7", "key-down", {{"text", "a b"}, {"empty", ""}, {"q", "x=\"y\"\n"}}),
+            "2.000 pid:7 key-down text=\"a b\" empty=\"\" q=\"x=\\\"y\\\"\\n\"");
+  EXPECT_EQ(formatEventLine(123456789, "pid:7", "set-value", {{"value", "caf\xC3\xA9"}}),
+            "123.457 pid:7 set-value value=caf\xC3\xA9");
+}
+
+TEST(SimDesktopState, NoDesktopIsAClearErrorOnlyWhenOneIsNeeded) {
+  SimPlatform p(sim::SimSettings{std::nullopt, std::nullopt, "/home/u", "/opt/x/Tavlin.app/Contents/MacOS/Tavlin"});
+  EXPECT_EQ(p.workspace().homeDirectory(), "/home/u");
+  EXPECT_EQ(p.workspace().userCachesDirectory(), "/home/u/Library/Caches");
+  EXPECT_EQ(p.workspace().mainBundlePath(), "/opt/x/Tavlin.app");
+  EXPECT_THROW(p.workspace().runningApplications(), sim::DesktopError);
+  p.commit();  // nothing loaded, nothing written
+}

@@ -1,0 +1,52 @@
+#include "test_support.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "common/files.h"
+#include "platform/posix_processes.h"
+
+namespace tavlin::testing {
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "tavlin-test-XXXXXX").string();
+  if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment) {
+  platform::ProcessRequest request;
+  request.executable = TAVLIN_BINARY;
+  request.arguments = arguments;
+  request.captureOutput = true;
+  request.timeoutSeconds = 60;
+  request.extraEnvironment = {{"TAVLIN_SIM_DESKTOP", ""}, {"TAVLIN_SIM_EVENT_LOG", ""}, {"TAVLIN_INSTALL_ROOT", ""}};
+  for (const auto& [k, v] : environment) request.extraEnvironment[k] = v;
+  platform::ProcessResult result = platform::PosixProcesses().run(request);
+  if (!result.launched) throw std::runtime_error("cannot run " + request.executable + ": " + result.launchError);
+  return {result.exitStatus, result.standardOutput, result.standardError};
+}
+
+std::string readText(const std::string& path) {
+  auto text = common::readFile(path);
+  if (!text) throw std::runtime_error("cannot read " + path);
+  return *text;
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+  if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+std::string fixture(const std::string& name) { return std::string(TAVLIN_FIXTURES) + "/" + name; }
+
+}  // namespace tavlin::testing
