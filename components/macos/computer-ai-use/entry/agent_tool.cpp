@@ -5,6 +5,7 @@
 #include <functional>
 #include <string_view>
 
+#include "apps/app_targeting.h"
 #include "cli/arguments.h"
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
@@ -54,8 +55,8 @@ GetAppStateRequest readGetAppStateFlags(const cli::Flags& flags) {
 
 const std::vector<Command>& commandTable() {
   static const std::vector<Command> table = {
-      {{"list-apps", "list_apps"}, notAvailableYet("list-apps")},
-      {{"activate-app", "activate_app"}, notAvailableYet("activate-app")},
+      {{"list-apps", "list_apps"}, apps::handleListApps},
+      {{"activate-app", "activate_app"}, apps::handleActivateApp},
       {{"get-app-state", "get_app_state"},
        [](CommandContext&, const cli::Flags& flags) {
          readGetAppStateFlags(flags);

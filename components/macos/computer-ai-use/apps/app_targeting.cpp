@@ -1,0 +1,196 @@
+#include "apps/app_targeting.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include <unicode/brkiter.h>
+#include <unicode/normalizer2.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+
+#include <memory>
+
+#include "cli/json_output.h"
+#include "cli/tool_error.h"
+
+namespace tavlin::apps {
+namespace {
+
+using platform::RunningApplication;
+
+bool isSpaceOrNewline(UChar32 c) { return u_isUWhiteSpace(c) || c == 0x85; }
+
+// Unicode-aware, like Swift's lowercased() and trimming(.whitespacesAndNewlines).
+icu::UnicodeString unicode(const std::string& s) { return icu::UnicodeString::fromUTF8(s); }
+
+std::string utf8(const icu::UnicodeString& s) {
+  std::string out;
+  s.toUTF8String(out);
+  return out;
+}
+
+// Lower-cased and composed, so that substring tests treat canonically equivalent
+// spellings alike, as the platform's string comparison does.
+std::string lowercased(const std::string& s) {
+  icu::UnicodeString u = unicode(s);
+  u.toLower(icu::Locale::getRoot());
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
+  if (U_SUCCESS(status)) {
+    icu::UnicodeString composed = nfc->normalize(u, status);
+    if (U_SUCCESS(status)) return utf8(composed);
+  }
+  return utf8(u);
+}
+
+std::string trimmed(const std::string& s) {
+  icu::UnicodeString u = unicode(s);
+  int32_t start = 0, end = u.length();
+  while (start < end && isSpaceOrNewline(u.char32At(start))) start = u.moveIndex32(start, 1);
+  while (end > start) {
+    int32_t previous = u.moveIndex32(end, -1);
+    if (!isSpaceOrNewline(u.char32At(previous))) break;
+    end = previous;
+  }
+  return utf8(u.tempSubStringBetween(start, end));
+}
+
+const std::string& orEmpty(const std::optional<std::string>& s) {
+  static const std::string empty;
+  return s ? *s : empty;
+}
+
+// Lengths count characters (extended grapheme clusters), as the platform's strings do.
+int64_t characterCount(const std::string& s) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::BreakIterator> it(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+  icu::UnicodeString u = unicode(s);
+  if (U_FAILURE(status)) return u.countChar32();
+  it->setText(u);
+  int64_t count = 0;
+  for (int32_t p = it->next(); p != icu::BreakIterator::DONE; p = it->next()) ++count;
+  return count;
+}
+
+}  // namespace
+
+std::optional<int32_t> exactPID(const std::string& query) {
+  std::string text = trimmed(query);
+  std::string lower = lowercased(text);
+  if (!lower.starts_with("pid:")) return std::nullopt;
+  // The prefix is four ASCII characters in any case, so the id starts at byte 4.
+  std::string digits = text.substr(4);
+  bool allDigits = !digits.empty() && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+  std::optional<int64_t> value = allDigits ? cli::parseInt64(digits) : std::nullopt;
+  if (!value || *value <= 0 || *value > INT32_MAX) {
+    throw cli::ToolError("--app pid:<PID> requires a positive decimal process identifier");
+  }
+  return static_cast<int32_t>(*value);
+}
+
+int64_t scoreAppMatch(const RunningApplication& app, const std::string& query, std::optional<int32_t> frontmostPID,
+                      int64_t exactNameFirstScore) {
+  std::string q = lowercased(query);
+  std::string n = lowercased(orEmpty(app.localizedName));
+  std::string b = lowercased(orEmpty(app.bundleIdentifier));
+  int64_t score = (q == b || q == n) ? exactNameFirstScore : 0;
+  if (b.find(q) != std::string::npos) score += 10000 + std::max<int64_t>(0, 1000 - characterCount(b));
+  if (n.find(q) != std::string::npos) score += 9000 + std::max<int64_t>(0, 1000 - characterCount(n));
+  if (frontmostPID && *frontmostPID == app.pid) score += 500;
+  if (app.activationPolicy == platform::ActivationPolicy::regular) score += 100;
+  if (!app.hidden) score += 20;
+  return score;
+}
+
+RunningApplication resolveApp(const std::string& query, platform::Workspace& workspace, int64_t exactNameFirstScore) {
+  std::vector<RunningApplication> running = workspace.runningApplications();
+  if (auto pid = exactPID(query)) {
+    for (const RunningApplication& app : running) {
+      if (app.pid == *pid && !app.terminated) return app;
+    }
+    throw cli::ToolError("No running application has pid " + std::to_string(*pid));
+  }
+  std::optional<int32_t> frontmost;
+  if (auto app = workspace.frontmostApplication()) frontmost = app->pid;
+
+  struct Candidate {
+    RunningApplication app;
+    int64_t score;
+  };
+  std::vector<Candidate> candidates;
+  for (const RunningApplication& app : running) {
+    if (app.pid < 1) continue;
+    int64_t score = scoreAppMatch(app, query, frontmost, exactNameFirstScore);
+    if (score >= 1) candidates.push_back({app, score});
+  }
+  std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate& a, const Candidate& b) {
+    if (a.score != b.score) return a.score > b.score;
+    return orEmpty(a.app.localizedName) < orEmpty(b.app.localizedName);
+  });
+  if (candidates.empty()) throw cli::ToolError("No running application matches " + query);
+  return candidates.front().app;
+}
+
+void activateApp(const RunningApplication& app, platform::Platform& platform) {
+  std::string pid = std::to_string(app.pid);
+  if (app.pid < 1 || app.terminated) throw cli::ToolError("Cannot activate terminated application pid " + pid);
+  platform::Workspace& workspace = platform.workspace();
+  if (app.hidden && !workspace.unhide(app.pid)) {
+    throw cli::ToolError("Could not unhide exact application pid " + pid);
+  }
+  if (!workspace.activate(app.pid, platform::activation::allWindows)) {
+    throw cli::ToolError("Activation request was rejected for exact application pid " + pid);
+  }
+  platform::Clock& clock = platform.clock();
+  auto deadline = clock.now() + std::chrono::milliseconds(2000);
+  std::optional<RunningApplication> front;
+  do {
+    clock.runLoop(0.05);
+    front = workspace.frontmostApplication();
+    if (front && front->pid == app.pid) return;
+  } while (clock.now() < deadline);
+  throw cli::ToolError("Exact application pid " + pid + " did not become frontmost; observed pid " +
+                       (front ? std::to_string(front->pid) : "none"));
+}
+
+void handleListApps(entry::CommandContext& context, const cli::Flags&) {
+  platform::Workspace& workspace = context.platform.workspace();
+  std::optional<int32_t> frontmost;
+  if (auto app = workspace.frontmostApplication()) frontmost = app->pid;
+  std::vector<RunningApplication> apps;
+  for (const RunningApplication& app : workspace.runningApplications()) {
+    if (app.pid >= 1) apps.push_back(app);
+  }
+  std::stable_sort(apps.begin(), apps.end(), [&](const RunningApplication& a, const RunningApplication& b) {
+    bool aFront = frontmost && a.pid == *frontmost;
+    bool bFront = frontmost && b.pid == *frontmost;
+    if (aFront != bFront) return aFront;
+    return orEmpty(a.localizedName) < orEmpty(b.localizedName);
+  });
+  cli::Json list = cli::Json::array();
+  for (const RunningApplication& app : apps) {
+    bool active = frontmost && app.pid == *frontmost;
+    int64_t policy = static_cast<int64_t>(app.activationPolicy);
+    list.push_back({{"pid", app.pid},
+                    {"app", orEmpty(app.localizedName)},
+                    {"name", orEmpty(app.localizedName)},
+                    {"bundleIdentifier", orEmpty(app.bundleIdentifier)},
+                    {"bundle_identifier", orEmpty(app.bundleIdentifier)},
+                    {"isActive", active},
+                    {"is_active", active},
+                    {"isHidden", app.hidden},
+                    {"is_hidden", app.hidden},
+                    {"activationPolicy", policy},
+                    {"activation_policy", policy}});
+  }
+  cli::writeJSONObject(list);
+}
+
+void handleActivateApp(entry::CommandContext& context, const cli::Flags& flags) {
+  std::string query = cli::requiredFlag(flags, {"--app"});
+  RunningApplication app = resolveApp(query, context.platform.workspace(), context.values.exactNameFirstScore);
+  activateApp(app, context.platform);
+  cli::writeJSONObject({{"ok", true}, {"app", orEmpty(app.localizedName)}, {"pid", app.pid}});
+}
+
+}  // namespace tavlin::apps

@@ -1,0 +1,27 @@
+#include "platform/macos/mac_clock.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <chrono>
+#include <thread>
+
+namespace tavlin::macos {
+
+platform::TimePoint MacClock::now() { return std::chrono::system_clock::now(); }
+
+void MacClock::sleep(double seconds) {
+  if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+void MacClock::runLoop(double seconds) {
+  auto start = std::chrono::steady_clock::now();
+  CFRunLoopRunResult result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, false);
+  // A run loop with no sources returns at once; keep the step's length anyway so
+  // that polls keep their pace instead of spinning.
+  if (result == kCFRunLoopRunFinished) {
+    auto left = std::chrono::duration<double>(seconds) - (std::chrono::steady_clock::now() - start);
+    if (left.count() > 0) std::this_thread::sleep_for(left);
+  }
+}
+
+}  // namespace tavlin::macos

@@ -1,0 +1,14 @@
+#pragma once
+#include "platform/clock.h"
+
+namespace tavlin::macos {
+
+// Wall-clock time, real sleeps and the main run loop.
+class MacClock final : public platform::Clock {
+ public:
+  platform::TimePoint now() override;
+  void sleep(double seconds) override;
+  void runLoop(double seconds) override;
+};
+
+}  // namespace tavlin::macos

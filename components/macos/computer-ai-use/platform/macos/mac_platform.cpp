@@ -1,0 +1,98 @@
+#include "platform/macos/mac_platform.h"
+
+#include <stdexcept>
+
+#include "platform/macos/mac_clock.h"
+#include "platform/macos/mac_workspace.h"
+#include "platform/posix_processes.h"
+
+namespace tavlin::macos {
+namespace {
+
+[[noreturn]] void notYet(const char* service) {
+  throw std::runtime_error(std::string(service) + " is not available yet in the macOS build");
+}
+
+// Services whose adapters have not landed yet say so instead of pretending.
+class PendingAccessibility final : public platform::Accessibility {
+ public:
+  bool isProcessTrusted(bool) override { notYet("Accessibility"); }
+  platform::Element applicationElement(int32_t) override { notYet("Accessibility"); }
+  platform::Element systemWideElement() override { notYet("Accessibility"); }
+  platform::AXCopyResult copyAttributeValue(const platform::Element&, const std::string&) override {
+    notYet("Accessibility");
+  }
+  platform::AXError copyMultipleAttributeValues(const platform::Element&, const std::vector<std::string>&,
+                                                std::vector<platform::AXCopyResult>&) override {
+    notYet("Accessibility");
+  }
+  platform::AXCopyResult copyActionNames(const platform::Element&) override { notYet("Accessibility"); }
+  platform::AXError isAttributeSettable(const platform::Element&, const std::string&, bool&) override {
+    notYet("Accessibility");
+  }
+  platform::AXError performAction(const platform::Element&, const std::string&) override { notYet("Accessibility"); }
+  platform::AXError setAttributeValue(const platform::Element&, const std::string&, const std::string&) override {
+    notYet("Accessibility");
+  }
+  uint64_t hash(const platform::Element&) override { notYet("Accessibility"); }
+  platform::AXError setMessagingTimeout(const platform::Element&, float) override { notYet("Accessibility"); }
+};
+
+class PendingEvents final : public platform::Events {
+ public:
+  std::optional<platform::Event> createMouseEvent(platform::EventType, platform::Point,
+                                                  platform::MouseButtonCode) override {
+    notYet("Event synthesis");
+  }
+  std::optional<platform::Event> createKeyboardEvent(uint16_t, bool) override { notYet("Event synthesis"); }
+  std::optional<platform::Event> createScrollWheelEvent(platform::ScrollUnit, uint32_t, int32_t, int32_t,
+                                                        int32_t) override {
+    notYet("Event synthesis");
+  }
+  void post(platform::EventTap, const platform::Event&) override { notYet("Event synthesis"); }
+  void postToPid(int32_t, const platform::Event&) override { notYet("Event synthesis"); }
+  bool warpMouseCursor(platform::Point) override { notYet("Event synthesis"); }
+  platform::Point pointerLocation() override { notYet("Event synthesis"); }
+};
+
+class PendingWindowList final : public platform::WindowList {
+ public:
+  std::optional<std::vector<platform::WindowInfo>> copyWindowInfo(uint32_t, uint32_t) override {
+    notYet("The window list");
+  }
+};
+
+class PendingScreenCapture final : public platform::ScreenCapture {
+ public:
+  platform::CaptureStatus shareableWindows(bool, bool, double, std::vector<platform::ShareableWindow>&) override {
+    notYet("Screen capture");
+  }
+  platform::CaptureStatus captureWindow(const platform::CaptureRequest&) override { notYet("Screen capture"); }
+};
+
+class MacPlatform final : public platform::Platform {
+ public:
+  platform::Accessibility& accessibility() override { return accessibility_; }
+  platform::Events& events() override { return events_; }
+  platform::Workspace& workspace() override { return workspace_; }
+  platform::WindowList& windowList() override { return windowList_; }
+  platform::ScreenCapture& screenCapture() override { return capture_; }
+  platform::Clock& clock() override { return clock_; }
+  platform::Processes& processes() override { return processes_; }
+  void commit() noexcept override {}
+
+ private:
+  PendingAccessibility accessibility_;
+  PendingEvents events_;
+  MacWorkspace workspace_;
+  PendingWindowList windowList_;
+  PendingScreenCapture capture_;
+  MacClock clock_;
+  platform::PosixProcesses processes_;
+};
+
+}  // namespace
+
+std::unique_ptr<platform::Platform> makeMacPlatform() { return std::make_unique<MacPlatform>(); }
+
+}  // namespace tavlin::macos

@@ -1,0 +1,90 @@
+#include "platform/macos/mac_workspace.h"
+
+#import <AppKit/AppKit.h>
+
+namespace tavlin::macos {
+namespace {
+
+std::optional<std::string> text(NSString* _Nullable s) {
+  if (!s) return std::nullopt;
+  const char* utf8 = s.UTF8String;
+  return std::string(utf8 ? utf8 : "");
+}
+
+NSString* nsString(const std::string& s) {
+  NSString* converted = [NSString stringWithUTF8String:s.c_str()];
+  return converted ? converted : [NSString stringWithUTF8String:""];
+}
+
+platform::RunningApplication convert(NSRunningApplication* app) {
+  platform::RunningApplication out;
+  out.pid = app.processIdentifier;
+  out.localizedName = text(app.localizedName);
+  out.bundleIdentifier = text(app.bundleIdentifier);
+  out.activationPolicy = static_cast<platform::ActivationPolicy>(static_cast<int64_t>(app.activationPolicy));
+  out.hidden = app.hidden;
+  out.terminated = app.terminated;
+  return out;
+}
+
+}  // namespace
+
+std::vector<platform::RunningApplication> MacWorkspace::runningApplications() {
+  std::vector<platform::RunningApplication> out;
+  @autoreleasepool {
+    NSArray<NSRunningApplication*>* apps = NSWorkspace.sharedWorkspace.runningApplications;
+    for (NSUInteger i = 0; i < apps.count; ++i) out.push_back(convert([apps objectAtIndex:i]));
+  }
+  return out;
+}
+
+std::optional<platform::RunningApplication> MacWorkspace::frontmostApplication() {
+  @autoreleasepool {
+    NSRunningApplication* app = NSWorkspace.sharedWorkspace.frontmostApplication;
+    if (!app) return std::nullopt;
+    return convert(app);
+  }
+}
+
+bool MacWorkspace::unhide(int32_t pid) {
+  @autoreleasepool {
+    NSRunningApplication* app = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
+    return app && [app unhide];
+  }
+}
+
+bool MacWorkspace::activate(int32_t pid, uint64_t options) {
+  @autoreleasepool {
+    NSRunningApplication* app = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
+    return app && [app activateWithOptions:static_cast<NSApplicationActivationOptions>(options)];
+  }
+}
+
+std::string MacWorkspace::displayName(const std::string& path) {
+  @autoreleasepool {
+    return text([NSFileManager.defaultManager displayNameAtPath:nsString(path)]).value_or(path);
+  }
+}
+
+std::optional<std::string> MacWorkspace::userCachesDirectory() {
+  @autoreleasepool {
+    NSURL* url = [NSFileManager.defaultManager URLsForDirectory:NSCachesDirectory inDomains:NSUserDomainMask]
+                     .firstObject;
+    if (!url) return std::nullopt;
+    return text(url.path);
+  }
+}
+
+std::string MacWorkspace::homeDirectory() {
+  @autoreleasepool {
+    return text(NSHomeDirectory()).value_or("/");
+  }
+}
+
+std::string MacWorkspace::mainBundlePath() {
+  @autoreleasepool {
+    return text(NSBundle.mainBundle.bundlePath).value_or("");
+  }
+}
+
+}  // namespace tavlin::macos

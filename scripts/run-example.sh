@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the tool and runs computer-ai-use against a copy of the example desktop.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+bash "$root/scripts/build.sh" >/dev/null
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/tavlin-example.XXXXXX")
+cp "$root/examples/desktops/text-editor.json" "$work/desktop.json"
+export TAVLIN_SIM_DESKTOP="$work/desktop.json"
+export TAVLIN_SIM_EVENT_LOG="$work/events.log"
+export HOME="$work/home"   # the simulated user's caches stay in the scratch folder
+mkdir -p "$HOME"
+
+run() {
+  echo "\$ computer-ai-use $*"
+  "$root/bin/computer-ai-use" "$@" || echo "(exit status $?)"
+  echo
+}
+
+run list-apps
+run activate-app --app postbox
+run activate-app --app "pid:0"
+echo "\$ cat events.log"
+cat "$TAVLIN_SIM_EVENT_LOG"
+echo
+echo "Desktop state and event log are in $work"

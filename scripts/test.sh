@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds the whole suite with AddressSanitizer and UndefinedBehaviorSanitizer and
+# warnings as errors, runs it, then type-checks the macOS adapter and the layout.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${TAVLIN_TEST_BUILD_DIR:-$root/build/test-sanitized}
+generator=()
+command -v ninja >/dev/null && generator=(-G Ninja)
+cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Debug \
+      -DTAVLIN_SANITIZE=ON -DTAVLIN_WERROR=ON -DTAVLIN_TESTS=ON >/dev/null
+cmake --build "$build" -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+bash "$root/tools/check-layout.sh"
+if [ "$(uname -s)" = Darwin ]; then
+  echo "macOS type check: not needed on macOS (the adapter is compiled for real)"
+elif command -v clang++ >/dev/null; then
+  bash "$root/tools/macos-sdk/typecheck.sh"
+else
+  echo "macOS type check needs clang++ (scripts/install-deps.sh installs it)" >&2
+  exit 1
+fi
+ctest --test-dir "$build" --output-on-failure -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Type-checks every macOS adapter file against the declaration-only Apple headers in
+# tools/macos-sdk/include, so that a call that does not match Apple's signatures fails
+# here on Linux. Objective-C++ files get the flags they are built with on macOS.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+src="$root/components/macos/computer-ai-use"
+clang=${CLANGXX:-clang++}
+common=(-fsyntax-only -std=c++20 -Wall -Wextra -Werror -Wno-nullability-completeness
+        -isystem "$root/tools/macos-sdk/include" -I "$src")
+objcxx=(-x objective-c++ -fblocks -fobjc-arc -fobjc-runtime=macosx-13.0)
+
+status=0
+count=0
+check() {
+  count=$((count + 1))
+  if ! "$clang" "$@"; then
+    status=1
+  fi
+}
+
+shopt -s nullglob
+for file in "$src"/platform/macos/*.h; do
+  check "${common[@]}" -x c++-header "$file"
+done
+for file in "$src"/platform/macos/*.cpp; do
+  check "${common[@]}" "$file"
+done
+for file in "$src"/platform/macos/*.mm; do
+  check "${common[@]}" "${objcxx[@]}" "$file"
+done
+# The factory's Apple branch, which only an Apple build compiles.
+check "${common[@]}" -D__APPLE__=1 "$src/platform/platform_factory.cpp"
+
+if [ "$status" -eq 0 ]; then
+  echo "macOS type check: $count files passed"
+else
+  echo "macOS type check: FAILED" >&2
+fi
+exit "$status"
