@@ -13,7 +13,7 @@ mkdir -p "$HOME"
 
 run() {
   echo "\$ computer-ai-use $*"
-  "$root/bin/computer-ai-use" "$@" || echo "(exit status $?)"
+  "$root/bin/computer-ai-use" "$@" 2>&1 || echo "(exit status $?)"
   echo
 }
 

@@ -382,6 +382,7 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   trusted_ = other.trusted_;
   frontmostPid_ = other.frontmostPid_;
   pointer_ = other.pointer_;
+  pendingActivation_ = other.pendingActivation_;
   clockStart_ = other.clockStart_;
   elapsedMicros_ = other.elapsedMicros_;
   pendingLog_ = std::move(other.pendingLog_);
@@ -444,7 +445,7 @@ void SimDesktop::parse() {
   const ordered_json& root = document_;
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
-                         "pointer", "apps", "windows", "stats"});
+                         "pointer", "apps", "windows", "stats", "pendingActivation"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -501,7 +502,8 @@ void SimDesktop::parse() {
     for (size_t i = 0; i < it->size(); ++i) {
       std::string where = "apps[" + std::to_string(i) + "]";
       const ordered_json& a = p.object((*it)[i], where);
-      p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated", "ui"});
+      p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
+                             "activation", "unhideFails", "ui"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -524,6 +526,22 @@ void SimDesktop::parse() {
       }
       if (auto v = a.find("hidden"); v != a.end()) app.info.hidden = p.boolean(*v, where + ".hidden");
       if (auto v = a.find("terminated"); v != a.end()) app.info.terminated = p.boolean(*v, where + ".terminated");
+      if (auto v = a.find("activation"); v != a.end()) {
+        std::string at = where + ".activation";
+        if (v->is_number()) {
+          app.activation = {SimActivation::Mode::delayed, p.number(*v, at)};
+          if (!(app.activation.delaySeconds >= 0) || app.activation.delaySeconds > 1e6) {
+            p.fail(at, "expected a delay in seconds from 0 on");
+          }
+        } else {
+          std::string mode = v->is_string() ? v->get<std::string>() : "";
+          if (mode == "immediate") app.activation.mode = SimActivation::Mode::immediate;
+          else if (mode == "never") app.activation.mode = SimActivation::Mode::never;
+          else if (mode == "refuse") app.activation.mode = SimActivation::Mode::refuse;
+          else p.fail(at, "expected \"immediate\", \"never\", \"refuse\" or a delay in seconds");
+        }
+      }
+      if (auto v = a.find("unhideFails"); v != a.end()) app.unhideFails = p.boolean(*v, where + ".unhideFails");
       if (auto v = a.find("ui"); v != a.end()) {
         app.uiElement = builder.collect(*v, where + ".ui", app.jsonPointer + "/ui", app.info.pid, std::nullopt, true);
       }
@@ -537,6 +555,18 @@ void SimDesktop::parse() {
                             std::numeric_limits<int32_t>::max());
     if (!pids.count(static_cast<int32_t>(pid))) p.fail("frontmostPid", "no application has pid " + std::to_string(pid));
     frontmostPid_ = static_cast<int32_t>(pid);
+  }
+
+  if (auto it = root.find("pendingActivation"); it != root.end() && !it->is_null()) {
+    p.object(*it, "pendingActivation");
+    p.allowKeys(*it, "pendingActivation", {"pid", "at"});
+    auto pid = it->find("pid");
+    auto at = it->find("at");
+    if (pid == it->end() || at == it->end()) p.fail("pendingActivation", "expected {\"pid\": N, \"at\": seconds}");
+    pendingActivation_ = PendingActivation{
+        static_cast<int32_t>(p.integer(*pid, "pendingActivation.pid", std::numeric_limits<int32_t>::min(),
+                                       std::numeric_limits<int32_t>::max())),
+        std::llround(p.number(*at, "pendingActivation.at") * 1e6)};
   }
 
   if (auto it = root.find("windows"); it != root.end()) {
@@ -612,10 +642,37 @@ std::chrono::system_clock::time_point SimDesktop::now() const {
   return clockStart_ + std::chrono::microseconds(elapsedMicros_);
 }
 
+bool SimDesktop::requestActivation(int32_t pid) {
+  SimApp* a = app(pid);
+  if (!a || a->info.terminated || a->activation.mode == SimActivation::Mode::refuse) return false;
+  switch (a->activation.mode) {
+    case SimActivation::Mode::immediate:
+      setFrontmostPid(pid);
+      break;
+    case SimActivation::Mode::delayed:
+      pendingActivation_ = PendingActivation{pid, elapsedMicros_ + std::llround(a->activation.delaySeconds * 1e6)};
+      document_["pendingActivation"] = {{"pid", pid}, {"at", static_cast<double>(pendingActivation_->atMicros) / 1e6}};
+      dirty_ = true;
+      advance(0);
+      break;
+    case SimActivation::Mode::never:
+    case SimActivation::Mode::refuse:
+      break;
+  }
+  return true;
+}
+
 void SimDesktop::advance(double seconds) {
-  if (!(seconds > 0)) return;
-  elapsedMicros_ += std::llround(seconds * 1e6);
-  dirty_ = true;
+  if (seconds > 0) {
+    elapsedMicros_ += std::llround(seconds * 1e6);
+    dirty_ = true;
+  }
+  if (pendingActivation_ && pendingActivation_->atMicros <= elapsedMicros_) {
+    int32_t pid = pendingActivation_->pid;
+    pendingActivation_.reset();
+    document_["pendingActivation"] = nullptr;
+    setFrontmostPid(pid);
+  }
 }
 
 void SimDesktop::log(const std::string& target, const std::string& kind, const std::vector<EventField>& fields) {

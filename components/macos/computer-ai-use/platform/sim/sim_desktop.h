@@ -51,8 +51,17 @@ struct SimElement {
   std::vector<std::string> settable;
 };
 
+// How an application answers a request to activate it.
+struct SimActivation {
+  enum class Mode { immediate, delayed, never, refuse };
+  Mode mode = Mode::immediate;
+  double delaySeconds = 0;  // for `delayed`
+};
+
 struct SimApp {
   platform::RunningApplication info;
+  SimActivation activation;
+  bool unhideFails = false;
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;
 };
@@ -96,6 +105,9 @@ class SimDesktop {
   void setFrontmostPid(std::optional<int32_t> pid);
   void setHidden(int32_t pid, bool hidden);
   void setPointer(platform::Point point);
+  // Applies the application's activation behaviour; false when it refuses. A delayed
+  // activation takes effect when the clock passes its time, also in a later command.
+  bool requestActivation(int32_t pid);
 
   // --- clock ---
   std::chrono::system_clock::time_point clockStart() const { return clockStart_; }
@@ -137,6 +149,11 @@ class SimDesktop {
   bool trusted_ = true;
   std::optional<int32_t> frontmostPid_;
   platform::Point pointer_;
+  struct PendingActivation {
+    int32_t pid;
+    int64_t atMicros;
+  };
+  std::optional<PendingActivation> pendingActivation_;
   std::chrono::system_clock::time_point clockStart_;
   int64_t elapsedMicros_ = 0;
   std::vector<std::string> pendingLog_;

@@ -335,17 +335,14 @@ class SimWorkspacePort final : public Workspace {
     SimDesktop& d = p_.desktop();
     SimApp* a = d.app(pid);
     d.log("pid:" + std::to_string(pid), "unhide");
-    if (!a || a->info.terminated) return false;
+    if (!a || a->info.terminated || a->unhideFails) return false;
     d.setHidden(pid, false);
     return true;
   }
   bool activate(int32_t pid, uint64_t options) override {
     SimDesktop& d = p_.desktop();
-    SimApp* a = d.app(pid);
     d.log("pid:" + std::to_string(pid), "activate", {{"options", hex(options)}});
-    if (!a || a->info.terminated) return false;
-    d.setFrontmostPid(pid);
-    return true;
+    return d.requestActivation(pid);
   }
   std::string displayName(const std::string& path) override {
     std::string name = common::lastPathComponent(path);

@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "apps/app_targeting.h"
+#include "cli/tool_error.h"
+#include "platform/sim/sim_platform.h"
+#include "test_support.h"
+
+using namespace tavlin;
+using tavlin::sim::SimDesktop;
+using tavlin::sim::SimPlatform;
+
+namespace {
+
+constexpr int64_t exactScore = 1000000;
+
+std::string errorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const cli::ToolError& e) {
+    return e.description;
+  }
+  return "<no error>";
+}
+
+SimPlatform desktop(const std::string& apps, const std::string& extra = "") {
+  std::string json = R"({"tavlinDesktop": 1, )" + extra + R"("apps": )" + apps + "}";
+  return SimPlatform(SimDesktop::fromJson(nlohmann::ordered_json::parse(json), "/unused", ""));
+}
+
+platform::RunningApplication app(const char* name, const char* bundle, int32_t pid = 10) {
+  platform::RunningApplication a;
+  a.pid = pid;
+  a.localizedName = name;
+  a.bundleIdentifier = bundle;
+  return a;
+}
+
+}  // namespace
+
+TEST(ExactPID, Selectors) {
+  const std::vector<std::pair<std::string, std::optional<int32_t>>> accepted = {
+      {"Safari", std::nullopt}, {"pid", std::nullopt}, {"pi:12", std::nullopt},
+      {"pid:42", 42},           {"PID:42", 42},        {"  pid:7\n", 7},
+      {"Pid:2147483647", 2147483647},
+  };
+  for (const auto& [query, pid] : accepted) EXPECT_EQ(apps::exactPID(query), pid) << query;
+  for (const char* bad : {"pid:", "pid:0", "pid:-3", "pid:abc", "pid:+5", "pid: 5", "pid:2147483648", "pid:1.0",
+                          "pid:\xD9\xA1"}) {
+    EXPECT_EQ(errorOf([&] { apps::exactPID(bad); }),
+              "--app pid:<PID> requires a positive decimal process identifier")
+        << bad;
+  }
+}
+
+TEST(ScoreAppMatch, WeightsAndTieBreaks) {
+  auto safari = app("Safari", "com.apple.Safari");
+  // exact name (1000000) + bundle contains (10000 + 1000 - 16) + name contains (9000 + 1000 - 6) + regular + shown
+  EXPECT_EQ(apps::scoreAppMatch(safari, "SAFARI", std::nullopt, exactScore), 1000000 + 10984 + 9994 + 120);
+  EXPECT_EQ(apps::scoreAppMatch(safari, "safari", 10, exactScore), 1000000 + 10984 + 9994 + 120 + 500);
+  EXPECT_EQ(apps::scoreAppMatch(safari, "com.apple.safari", std::nullopt, exactScore), 1000000 + 10984 + 120);
+  EXPECT_EQ(apps::scoreAppMatch(safari, "chrome", std::nullopt, exactScore), 120);
+  auto hiddenAgent = safari;
+  hiddenAgent.hidden = true;
+  hiddenAgent.activationPolicy = platform::ActivationPolicy::accessory;
+  EXPECT_EQ(apps::scoreAppMatch(hiddenAgent, "chrome", std::nullopt, exactScore), 0);
+  // Lengths count characters, not bytes.
+  auto accented = app("Caf\xC3\xA9", "");
+  EXPECT_EQ(apps::scoreAppMatch(accented, "caf", std::nullopt, exactScore), 9000 + 996 + 120);
+}
+
+TEST(ResolveApp, PicksTheBestCandidate) {
+  SimPlatform p = desktop(R"([
+    {"pid": 0, "name": "Mail Zero"},
+    {"pid": 11, "name": "Mail Helper", "bundleIdentifier": "com.apple.mail.helper", "activationPolicy": "accessory"},
+    {"pid": 12, "name": "Mail", "bundleIdentifier": "com.apple.mail"},
+    {"pid": 13, "name": "Notes", "bundleIdentifier": "com.apple.Notes"},
+    {"pid": 14, "name": "Noted", "bundleIdentifier": "org.noted"},
+    {"pid": 15, "name": "Gone", "terminated": true},
+    {"pid": 16, "name": "Twin", "bundleIdentifier": "b"},
+    {"pid": 17, "name": "Twin", "bundleIdentifier": "a"},
+    {"pid": 18, "name": "Sketch", "bundleIdentifier": "com.bohemian.sketch"},
+    {"pid": 19, "name": "Bohemian Rhapsody Player", "bundleIdentifier": "x.y"}
+  ])");
+  auto resolve = [&](const std::string& q) { return apps::resolveApp(q, p.workspace(), exactScore).pid; };
+  EXPECT_EQ(resolve("mail"), 12);         // exact name beats the helper's longer matches
+  EXPECT_EQ(resolve("com.apple.mail"), 12);
+  EXPECT_EQ(resolve("apple"), 12);       // bundle matches: the shorter identifier wins
+  EXPECT_EQ(resolve("note"), 14);        // both match twice: the shorter strings win
+  EXPECT_EQ(resolve("bohem"), 18);       // a bundle match beats a name-only match
+  EXPECT_EQ(resolve("pid:14"), 14);
+  EXPECT_EQ(resolve("Twin"), 16);        // equal scores and names: the platform's order stands
+  EXPECT_EQ(errorOf([&] { resolve("pid:15"); }), "No running application has pid 15");
+  EXPECT_EQ(errorOf([&] { resolve("pid:12345"); }), "No running application has pid 12345");
+  // pid 0 is never a candidate, even as an exact match. Every shown or regular
+  // application scores, so the best of the rest wins: at equal scores, by name.
+  EXPECT_EQ(resolve("Mail Zero"), 19);  // "Bohemian Rhapsody Player" sorts first
+
+  SimPlatform nothing = desktop(R"([{"pid": 3, "name": "Agent", "hidden": true, "activationPolicy": "accessory"}])");
+  EXPECT_EQ(errorOf([&] { apps::resolveApp("Mail", nothing.workspace(), exactScore); }),
+            "No running application matches Mail");
+  EXPECT_EQ(apps::resolveApp("agent", nothing.workspace(), exactScore).pid, 3);
+}
+
+TEST(ActivateApp, VerifiedAgainstTheFrontmostApplication) {
+  struct Case {
+    std::string behaviour;
+    std::string frontmost;
+    std::string expectedError;
+    int64_t expectedMicros;
+  };
+  const std::vector<Case> cases = {
+      {R"("activation": "immediate")", "1", "", 50000},
+      {R"("activation": 0.3)", "1", "", 300000},
+      {R"("activation": 2.5)", "1", "Exact application pid 2 did not become frontmost; observed pid 1", 2000000},
+      {R"("activation": "never")", "null", "Exact application pid 2 did not become frontmost; observed pid none",
+       2000000},
+      {R"("activation": "refuse")", "1", "Activation request was rejected for exact application pid 2", 0},
+      {R"("hidden": true, "unhideFails": true)", "1", "Could not unhide exact application pid 2", 0},
+      {R"("terminated": true)", "1", "Cannot activate terminated application pid 2", 0},
+  };
+  for (const auto& c : cases) {
+    SimPlatform p = desktop(R"([{"pid": 1, "name": "Front"}, {"pid": 2, "name": "Target", )" + c.behaviour + "}]",
+                            R"("frontmostPid": )" + c.frontmost + ", ");
+    platform::RunningApplication target = p.workspace().runningApplications()[1];
+    EXPECT_EQ(errorOf([&] { apps::activateApp(target, p); }), c.expectedError.empty() ? "<no error>" : c.expectedError)
+        << c.behaviour;
+    EXPECT_EQ(p.desktop().elapsedMicroseconds(), c.expectedMicros) << c.behaviour;
+  }
+}
