@@ -3,73 +3,21 @@
 #include <algorithm>
 #include <chrono>
 
-#include <unicode/brkiter.h>
-#include <unicode/normalizer2.h>
-#include <unicode/uchar.h>
-#include <unicode/unistr.h>
-
-#include <memory>
-
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
+#include "common/unicode.h"
 
 namespace tavlin::apps {
 namespace {
 
+using common::characterCount;
+using common::lowercased;
+using common::trimmed;
 using platform::RunningApplication;
-
-bool isSpaceOrNewline(UChar32 c) { return u_isUWhiteSpace(c) || c == 0x85; }
-
-// Unicode-aware, like Swift's lowercased() and trimming(.whitespacesAndNewlines).
-icu::UnicodeString unicode(const std::string& s) { return icu::UnicodeString::fromUTF8(s); }
-
-std::string utf8(const icu::UnicodeString& s) {
-  std::string out;
-  s.toUTF8String(out);
-  return out;
-}
-
-// Lower-cased and composed, so that substring tests treat canonically equivalent
-// spellings alike, as the platform's string comparison does.
-std::string lowercased(const std::string& s) {
-  icu::UnicodeString u = unicode(s);
-  u.toLower(icu::Locale::getRoot());
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
-  if (U_SUCCESS(status)) {
-    icu::UnicodeString composed = nfc->normalize(u, status);
-    if (U_SUCCESS(status)) return utf8(composed);
-  }
-  return utf8(u);
-}
-
-std::string trimmed(const std::string& s) {
-  icu::UnicodeString u = unicode(s);
-  int32_t start = 0, end = u.length();
-  while (start < end && isSpaceOrNewline(u.char32At(start))) start = u.moveIndex32(start, 1);
-  while (end > start) {
-    int32_t previous = u.moveIndex32(end, -1);
-    if (!isSpaceOrNewline(u.char32At(previous))) break;
-    end = previous;
-  }
-  return utf8(u.tempSubStringBetween(start, end));
-}
 
 const std::string& orEmpty(const std::optional<std::string>& s) {
   static const std::string empty;
   return s ? *s : empty;
-}
-
-// Lengths count characters (extended grapheme clusters), as the platform's strings do.
-int64_t characterCount(const std::string& s) {
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::BreakIterator> it(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-  icu::UnicodeString u = unicode(s);
-  if (U_FAILURE(status)) return u.countChar32();
-  it->setText(u);
-  int64_t count = 0;
-  for (int32_t p = it->next(); p != icu::BreakIterator::DONE; p = it->next()) ++count;
-  return count;
 }
 
 }  // namespace

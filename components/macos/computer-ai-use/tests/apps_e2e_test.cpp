@@ -36,7 +36,7 @@ TEST(ListApps, FrontmostFirstThenByNameWithBothKeySpellings) {
   ToolRun run = d.run({"list_apps"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.out, readText(tavlin::testing::fixture("../golden/list-apps.json")));
+  EXPECT_EQ(run.out, tavlin::testing::golden("list-apps.json"));
 }
 
 TEST(ActivateApp, SucceedsOrReportsWhatWasObserved) {

@@ -12,16 +12,19 @@ using tavlin::testing::ToolRun;
 
 namespace {
 
-const std::string usage = readText(std::string(TAVLIN_FIXTURES) + "/../golden/usage.txt");
+const std::string& usageText() {
+  static const std::string text = tavlin::testing::golden("usage.txt");
+  return text;
+}
 
 }  // namespace
 
 TEST(AgentCommandLine, HelpPrintsTheUsageOnStandardOutput) {
-  ASSERT_EQ(usage.size(), 2414u);  // bytes: 25 lines, the printer's newline included
+  ASSERT_EQ(usageText().size(), 2414u);  // bytes: 25 lines, the printer's newline included
   for (const char* word : {"help", "-h", "--help"}) {
     ToolRun run = runTool({word});
     EXPECT_EQ(run.status, 0) << word;
-    EXPECT_EQ(run.out, usage) << word;
+    EXPECT_EQ(run.out, usageText()) << word;
     EXPECT_EQ(run.err, "");
   }
 }
@@ -32,8 +35,8 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
     std::string err;
   };
   const std::vector<Case> cases = {
-      {{"Click"}, usage},
-      {{"list-app"}, usage},
+      {{"Click"}, usageText()},
+      {{"list-app"}, usageText()},
       {{"get-app-state", "--format", "xml"},
        "Unsupported --format xml. Expected plugin, json, or plugin-json.\n"},
       {{"get-app-state", "--format", "XML", "--app", "Scribe"},
@@ -69,7 +72,7 @@ TEST(IPCDirectory, CollectsOutputPidAndExitCode) {
   ToolRun run = runTool({"--tavlin-ipc", dir, "help"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, "");
-  EXPECT_EQ(readText(dir + "/stdout"), usage);
+  EXPECT_EQ(readText(dir + "/stdout"), usageText());
   EXPECT_EQ(readText(dir + "/stderr"), "");
   EXPECT_EQ(readText(dir + "/exit-code"), "0\n");
   std::string pid = readText(dir + "/pid");
@@ -93,11 +96,11 @@ TEST(IPCDirectory, CollectsOutputPidAndExitCode) {
 TEST(IPCDirectory, TrailingOptionIsDroppedAndUnreachableFolderIsIgnored) {
   ToolRun run = runTool({"help", "--tavlin-ipc"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, usage);
+  EXPECT_EQ(run.out, usageText());
 
   // A folder that cannot be made changes nothing about the tool's behaviour.
   run = runTool({"--tavlin-ipc", "/proc/no-such-place/ipc", "help"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, usage);
+  EXPECT_EQ(run.out, usageText());
   EXPECT_EQ(run.err, "");
 }

@@ -49,4 +49,6 @@ void writeText(const std::string& path, const std::string& text) {
 
 std::string fixture(const std::string& name) { return std::string(TAVLIN_FIXTURES) + "/" + name; }
 
+std::string golden(const std::string& name) { return readText(std::string(TAVLIN_GOLDEN) + "/" + name); }
+
 }  // namespace tavlin::testing

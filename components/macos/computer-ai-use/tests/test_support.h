@@ -33,5 +33,7 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::s
 std::string readText(const std::string& path);
 void writeText(const std::string& path, const std::string& text);
 std::string fixture(const std::string& name);
+// Whole expected outputs, kept as files.
+std::string golden(const std::string& name);
 
 }  // namespace tavlin::testing

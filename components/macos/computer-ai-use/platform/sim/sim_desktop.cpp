@@ -158,9 +158,17 @@ class DesktopBuilder {
   DesktopBuilder(const Parser& parser) : p_(parser) {}
 
   // Pass one: number every node in document order and learn the ids.
+  // Inline nesting is bounded so that loading stays linear and shallow; deeper trees
+  // can be built with references.
+  static constexpr int maxNesting = 1000;
+
   size_t collect(const ordered_json& node, const std::string& where, const std::string& pointer, int32_t pid,
-                 std::optional<size_t> parent, bool isApplication) {
+                 std::optional<size_t> parent, bool isApplication, int nesting = 0) {
     p_.object(node, where);
+    if (nesting > maxNesting) {
+      p_.fail(where, "elements nested deeper than " + std::to_string(maxNesting) +
+                         " levels; use {\"ref\": ...} children for deeper trees");
+    }
     size_t index = nodes_.size();
     nodes_.push_back({&node, where, pointer, pid, {}, parent, isApplication});
     if (auto it = node.find("id"); it != node.end()) {
@@ -172,7 +180,7 @@ class DesktopBuilder {
       p_.array(*it, where + ".children");
       for (size_t i = 0; i < it->size(); ++i) {
         size_t child = collect((*it)[i], where + ".children[" + std::to_string(i) + "]",
-                               pointer + "/children/" + std::to_string(i), pid, index, false);
+                               pointer + "/children/" + std::to_string(i), pid, index, false, nesting + 1);
         nodes_[index].children.push_back(child);
       }
     }
@@ -281,7 +289,7 @@ class DesktopBuilder {
       p_.object(*it, n.where + ".attributes");
       for (auto a = it->begin(); a != it->end(); ++a) {
         std::string at = n.where + ".attributes." + a.key();
-        if (e.attributes.count(a.key()) || (a.key() == "AXChildren" && !n.children.empty())) {
+        if (e.attributes.count(a.key())) {
           p_.fail(at, "given twice (also by its shortcut key)");
         }
         e.attributes[a.key()] = value(a.value(), at);
@@ -383,6 +391,7 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   frontmostPid_ = other.frontmostPid_;
   pointer_ = other.pointer_;
   pendingActivation_ = other.pendingActivation_;
+  messagingTimeout_ = other.messagingTimeout_;
   clockStart_ = other.clockStart_;
   elapsedMicros_ = other.elapsedMicros_;
   pendingLog_ = std::move(other.pendingLog_);
@@ -503,7 +512,7 @@ void SimDesktop::parse() {
       std::string where = "apps[" + std::to_string(i) + "]";
       const ordered_json& a = p.object((*it)[i], where);
       p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
-                             "activation", "unhideFails", "ui"});
+                             "activation", "unhideFails", "responds", "ui"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -542,6 +551,7 @@ void SimDesktop::parse() {
         }
       }
       if (auto v = a.find("unhideFails"); v != a.end()) app.unhideFails = p.boolean(*v, where + ".unhideFails");
+      if (auto v = a.find("responds"); v != a.end()) app.responds = p.boolean(*v, where + ".responds");
       if (auto v = a.find("ui"); v != a.end()) {
         app.uiElement = builder.collect(*v, where + ".ui", app.jsonPointer + "/ui", app.info.pid, std::nullopt, true);
       }

@@ -62,6 +62,7 @@ struct SimApp {
   platform::RunningApplication info;
   SimActivation activation;
   bool unhideFails = false;
+  bool responds = true;  // false: every accessibility call times out
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;
 };
@@ -120,6 +121,11 @@ class SimDesktop {
   void log(const std::string& target, const std::string& kind, const std::vector<EventField>& fields = {});
   const std::vector<std::string>& pendingLogLines() const { return pendingLog_; }
 
+  // --- accessibility messaging time-out (global, as set on the system-wide element) ---
+  double messagingTimeout() const { return messagingTimeout_; }
+  void setMessagingTimeout(double seconds) { messagingTimeout_ = seconds > 0 ? seconds : defaultMessagingTimeout; }
+  static constexpr double defaultMessagingTimeout = 6.0;  // the system's own default
+
   // --- accessibility round trips ---
   void countRoundTrip() { ++roundTrips_; }
   uint64_t roundTripsThisProcess() const { return roundTrips_; }
@@ -157,6 +163,7 @@ class SimDesktop {
   std::chrono::system_clock::time_point clockStart_;
   int64_t elapsedMicros_ = 0;
   std::vector<std::string> pendingLog_;
+  double messagingTimeout_ = defaultMessagingTimeout;
   uint64_t roundTrips_ = 0;
   uint64_t roundTripsBefore_ = 0;
 };

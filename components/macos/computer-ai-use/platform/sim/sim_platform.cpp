@@ -149,20 +149,20 @@ class SimAccessibilityPort final : public Accessibility {
   }
 
   Element systemWideElement() override {
-    return Element(std::make_shared<SimElementImpl>(SIZE_MAX, 0x4000000000000000ull));
+    return Element(std::make_shared<SimElementImpl>(SIZE_MAX, systemWideHash));
   }
 
   AXCopyResult copyAttributeValue(const Element& element, const std::string& attribute) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
+    if (!answers(d, element)) return {AXError::cannotComplete, std::nullopt};
     return read(d, element, attribute);
   }
 
   AXError copyMultipleAttributeValues(const Element& element, const std::vector<std::string>& attributes,
                                       std::vector<AXCopyResult>& results) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
     results.clear();
+    if (!answers(d, element)) return AXError::cannotComplete;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     for (const auto& name : attributes) results.push_back(read(d, element, name));
@@ -171,7 +171,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXCopyResult copyActionNames(const Element& element) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
+    if (!answers(d, element)) return {AXError::cannotComplete, std::nullopt};
     const SimElement* e = resolve(d, element);
     if (!e) return {AXError::invalidUIElement, std::nullopt};
     AXArray names;
@@ -181,8 +181,8 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXError isAttributeSettable(const Element& element, const std::string& attribute, bool& settable) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
     settable = false;
+    if (!answers(d, element)) return AXError::cannotComplete;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     for (const auto& s : e->settable) settable |= s == attribute;
@@ -191,7 +191,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXError performAction(const Element& element, const std::string& action) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
+    if (!answers(d, element)) return AXError::cannotComplete;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     bool supported = false;
@@ -202,7 +202,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXError setAttributeValue(const Element& element, const std::string& attribute, const std::string& text) override {
     SimDesktop& d = p_.desktop();
-    d.countRoundTrip();
+    if (!answers(d, element)) return AXError::cannotComplete;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     bool settable = false;
@@ -216,11 +216,29 @@ class SimAccessibilityPort final : public Accessibility {
     return e ? e->hash : 0;
   }
 
-  AXError setMessagingTimeout(const Element&, float seconds) override {
-    return seconds < 0 ? AXError::illegalArgument : AXError::success;
+  AXError setMessagingTimeout(const Element& element, float seconds) override {
+    if (seconds < 0) return AXError::illegalArgument;
+    const SimElementImpl* e = simElement(element);
+    // Only the system-wide element's time-out (the global one) is simulated.
+    if (e && e->hash == systemWideHash) p_.desktop().setMessagingTimeout(seconds);
+    return AXError::success;
   }
 
  private:
+  static constexpr uint64_t systemWideHash = 0x4000000000000000ull;
+
+  // Counts the round trip; an application that does not answer costs the messaging
+  // time-out of virtual time and fails the call.
+  static bool answers(SimDesktop& d, const Element& element) {
+    d.countRoundTrip();
+    const SimElement* e = resolve(d, element);
+    if (!e) return true;
+    const SimApp* app = d.app(e->pid);
+    if (!app || app->responds) return true;
+    d.advance(d.messagingTimeout());
+    return false;
+  }
+
   static Element handle(const SimDesktop& d, size_t index) {
     return Element(std::make_shared<SimElementImpl>(index, d.element(index).hash));
   }

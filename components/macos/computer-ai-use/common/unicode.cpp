@@ -1,0 +1,90 @@
+#include "common/unicode.h"
+
+#include <unicode/brkiter.h>
+#include <unicode/normalizer2.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+
+#include <memory>
+
+namespace tavlin::common {
+namespace {
+
+icu::UnicodeString unicode(const std::string& s) { return icu::UnicodeString::fromUTF8(s); }
+
+std::string utf8(const icu::UnicodeString& s) {
+  std::string out;
+  s.toUTF8String(out);
+  return out;
+}
+
+bool isSpaceOrNewline(UChar32 c) { return u_isUWhiteSpace(c) || c == 0x85; }
+
+// Calls `visit(end)` for each character boundary after the first; stops when it
+// returns false.
+template <typename Visit>
+void forEachCharacterEnd(const icu::UnicodeString& text, Visit visit) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::BreakIterator> it(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+  if (U_FAILURE(status)) {
+    for (int32_t i = 0; i < text.length();) {
+      i = text.moveIndex32(i, 1);
+      if (!visit(i)) return;
+    }
+    return;
+  }
+  it->setText(text);
+  for (int32_t p = it->next(); p != icu::BreakIterator::DONE; p = it->next()) {
+    if (!visit(p)) return;
+  }
+}
+
+}  // namespace
+
+std::string lowercased(const std::string& text) {
+  icu::UnicodeString u = unicode(text);
+  u.toLower(icu::Locale::getRoot());
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
+  if (U_SUCCESS(status)) {
+    icu::UnicodeString composed = nfc->normalize(u, status);
+    if (U_SUCCESS(status)) return utf8(composed);
+  }
+  return utf8(u);
+}
+
+std::string trimmed(const std::string& text) {
+  icu::UnicodeString u = unicode(text);
+  int32_t start = 0, end = u.length();
+  while (start < end && isSpaceOrNewline(u.char32At(start))) start = u.moveIndex32(start, 1);
+  while (end > start) {
+    int32_t previous = u.moveIndex32(end, -1);
+    if (!isSpaceOrNewline(u.char32At(previous))) break;
+    end = previous;
+  }
+  return utf8(u.tempSubStringBetween(start, end));
+}
+
+int64_t characterCount(const std::string& text) {
+  int64_t count = 0;
+  forEachCharacterEnd(unicode(text), [&](int32_t) {
+    ++count;
+    return true;
+  });
+  return count;
+}
+
+std::string prefixCharacters(const std::string& text, int64_t count) {
+  if (count <= 0) return {};
+  icu::UnicodeString u = unicode(text);
+  int32_t cut = u.length();
+  int64_t seen = 0;
+  forEachCharacterEnd(u, [&](int32_t end) {
+    if (++seen < count) return true;
+    cut = end;
+    return false;
+  });
+  return utf8(u.tempSubStringBetween(0, cut));
+}
+
+}  // namespace tavlin::common
