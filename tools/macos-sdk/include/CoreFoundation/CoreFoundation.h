@@ -44,11 +44,89 @@ typedef struct {
   CFIndex length;
 } CFRange;
 
+typedef const struct __CFNull* CFNullRef;
+typedef uint32_t CFStringEncoding;
+enum { kCFStringEncodingUTF8 = 0x08000100 };
+typedef CF_ENUM(CFIndex, CFNumberType){
+    kCFNumberSInt32Type = 3,
+    kCFNumberSInt64Type = 4,
+    kCFNumberFloat64Type = 6,
+    kCFNumberDoubleType = 13,
+    kCFNumberCGFloatType = 16,
+};
+
+typedef const void* (*CFArrayRetainCallBack)(CFAllocatorRef allocator, const void* value);
+typedef void (*CFArrayReleaseCallBack)(CFAllocatorRef allocator, const void* value);
+typedef CFStringRef (*CFArrayCopyDescriptionCallBack)(const void* value);
+typedef Boolean (*CFArrayEqualCallBack)(const void* value1, const void* value2);
+typedef struct {
+  CFIndex version;
+  CFArrayRetainCallBack retain;
+  CFArrayReleaseCallBack release;
+  CFArrayCopyDescriptionCallBack copyDescription;
+  CFArrayEqualCallBack equal;
+} CFArrayCallBacks;
+extern const CFArrayCallBacks kCFTypeArrayCallBacks;
+
+typedef struct {
+  CFIndex version;
+  const void* retain;
+  const void* release;
+  const void* copyDescription;
+  const void* equal;
+  const void* hash;
+} CFDictionaryKeyCallBacks;
+typedef struct {
+  CFIndex version;
+  const void* retain;
+  const void* release;
+  const void* copyDescription;
+  const void* equal;
+} CFDictionaryValueCallBacks;
+extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+
+extern const CFAllocatorRef kCFAllocatorDefault;
+extern const CFBooleanRef kCFBooleanTrue;
+extern const CFBooleanRef kCFBooleanFalse;
+extern const CFNullRef kCFNull;
+
 CFTypeRef CFRetain(CFTypeRef cf);
 void CFRelease(CFTypeRef cf);
 CFTypeID CFGetTypeID(CFTypeRef cf);
 CFHashCode CFHash(CFTypeRef cf);
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
+
+CFStringRef CFCopyTypeIDDescription(CFTypeID type_id);
+
+CFTypeID CFStringGetTypeID(void);
+CFTypeID CFArrayGetTypeID(void);
+CFTypeID CFDictionaryGetTypeID(void);
+CFTypeID CFNumberGetTypeID(void);
+CFTypeID CFBooleanGetTypeID(void);
+CFTypeID CFNullGetTypeID(void);
+CFTypeID CFURLGetTypeID(void);
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const uint8_t* bytes, CFIndex numBytes,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation);
+CFIndex CFStringGetLength(CFStringRef theString);
+CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding, uint8_t lossByte,
+                         Boolean isExternalRepresentation, uint8_t* buffer, CFIndex maxBufLen, CFIndex* usedBufLen);
+
+CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex numValues,
+                         const CFArrayCallBacks* callBacks);
+CFIndex CFArrayGetCount(CFArrayRef theArray);
+const void* CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx);
+
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
+                                   CFIndex numValues, const CFDictionaryKeyCallBacks* keyCallBacks,
+                                   const CFDictionaryValueCallBacks* valueCallBacks);
+
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
+Boolean CFNumberIsFloatType(CFNumberRef number);
+Boolean CFBooleanGetValue(CFBooleanRef boolean);
+
+CFStringRef CFURLGetString(CFURLRef anURL);
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 

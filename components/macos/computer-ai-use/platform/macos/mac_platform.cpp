@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "platform/macos/mac_accessibility.h"
 #include "platform/macos/mac_clock.h"
 #include "platform/macos/mac_workspace.h"
 #include "platform/posix_processes.h"
@@ -14,30 +15,6 @@ namespace {
 }
 
 // Services whose adapters have not landed yet say so instead of pretending.
-class PendingAccessibility final : public platform::Accessibility {
- public:
-  bool isProcessTrusted(bool) override { notYet("Accessibility"); }
-  platform::Element applicationElement(int32_t) override { notYet("Accessibility"); }
-  platform::Element systemWideElement() override { notYet("Accessibility"); }
-  platform::AXCopyResult copyAttributeValue(const platform::Element&, const std::string&) override {
-    notYet("Accessibility");
-  }
-  platform::AXError copyMultipleAttributeValues(const platform::Element&, const std::vector<std::string>&,
-                                                std::vector<platform::AXCopyResult>&) override {
-    notYet("Accessibility");
-  }
-  platform::AXCopyResult copyActionNames(const platform::Element&) override { notYet("Accessibility"); }
-  platform::AXError isAttributeSettable(const platform::Element&, const std::string&, bool&) override {
-    notYet("Accessibility");
-  }
-  platform::AXError performAction(const platform::Element&, const std::string&) override { notYet("Accessibility"); }
-  platform::AXError setAttributeValue(const platform::Element&, const std::string&, const std::string&) override {
-    notYet("Accessibility");
-  }
-  uint64_t hash(const platform::Element&) override { notYet("Accessibility"); }
-  platform::AXError setMessagingTimeout(const platform::Element&, float) override { notYet("Accessibility"); }
-};
-
 class PendingEvents final : public platform::Events {
  public:
   std::optional<platform::Event> createMouseEvent(platform::EventType, platform::Point,
@@ -82,7 +59,7 @@ class MacPlatform final : public platform::Platform {
   void commit() noexcept override {}
 
  private:
-  PendingAccessibility accessibility_;
+  MacAccessibility accessibility_;
   PendingEvents events_;
   MacWorkspace workspace_;
   PendingWindowList windowList_;

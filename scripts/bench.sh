@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Builds the benchmark targets in an optimised build and runs them.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${TAVLIN_BENCH_BUILD_DIR:-$root/build/bench}
+generator=()
+command -v ninja >/dev/null && generator=(-G Ninja)
+cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Release -DTAVLIN_BENCHMARKS=ON -DTAVLIN_TESTS=OFF >/dev/null
+cmake --build "$build" -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
+for bench in "$build"/components/macos/computer-ai-use/benchmarks/tavlin_*_benchmark; do
+  "$bench" "$@"
+done
