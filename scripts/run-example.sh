@@ -18,9 +18,10 @@ run() {
 }
 
 run list-apps
+run get-app-state --app Scribe
 run activate-app --app postbox
 run activate-app --app "pid:0"
 echo "\$ cat events.log"
 cat "$TAVLIN_SIM_EVENT_LOG"
 echo
-echo "Desktop state and event log are in $work"
+echo "Desktop state and event log are in $work; the screenshot is in $HOME/Library/Caches/Tavlin/computer-ai-use-state"

@@ -53,6 +53,21 @@ std::string lowercased(const std::string& text) {
   return utf8(u);
 }
 
+bool containsIgnoringCase(const std::string& text, const std::string& part) {
+  auto folded = [](const std::string& s) {
+    icu::UnicodeString u = unicode(s);
+    u.foldCase();
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
+    if (U_SUCCESS(status)) {
+      icu::UnicodeString composed = nfc->normalize(u, status);
+      if (U_SUCCESS(status)) return utf8(composed);
+    }
+    return utf8(u);
+  };
+  return folded(text).find(folded(part)) != std::string::npos;
+}
+
 std::string trimmed(const std::string& text) {
   icu::UnicodeString u = unicode(text);
   int32_t start = 0, end = u.length();

@@ -11,6 +11,7 @@
 #include "cli/tool_error.h"
 #include "cli/usage.h"
 #include "snapshot/app_state_format.h"
+#include "snapshot/get_app_state.h"
 
 namespace tavlin::entry {
 namespace {
@@ -58,9 +59,9 @@ const std::vector<Command>& commandTable() {
       {{"list-apps", "list_apps"}, apps::handleListApps},
       {{"activate-app", "activate_app"}, apps::handleActivateApp},
       {{"get-app-state", "get_app_state"},
-       [](CommandContext&, const cli::Flags& flags) {
-         readGetAppStateFlags(flags);
-         throw cli::ToolError("get-app-state is not available yet");
+       [](CommandContext& context, const cli::Flags& flags) {
+         GetAppStateRequest r = readGetAppStateFlags(flags);
+         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID);
        }},
       {{"click"}, notAvailableYet("click")},
       {{"type-text", "type_text"}, notAvailableYet("type-text")},

@@ -43,8 +43,9 @@ int main(int argc, char** argv) {
   entry::TavlinStartup startup = entry::configureTavlinIPC(raw);
 
   std::unique_ptr<platform::Platform> platform = platform::makePlatform(argc > 0 ? argv[0] : "");
-  const entry::ProcessValues values =
-      entry::makeProcessValues(std::move(startup), platform->workspace(), entry::environment("TAVLIN_INSTALL_ROOT"));
+  const entry::ProcessValues values = entry::makeProcessValues(
+      std::move(startup), platform->workspace(),
+      {entry::environment("TAVLIN_INSTALL_ROOT"), entry::environment("TAVLIN_AX_TIMEOUT"), argc > 0 ? argv[0] : ""});
 
   const std::vector<std::string>& args = values.tavlinArguments;
   std::vector<std::string> rest(args.size() > 1 ? args.begin() + 1 : args.end(), args.end());

@@ -7,13 +7,13 @@
 namespace tavlin::entry {
 
 ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& workspace,
-                                const std::optional<std::string>& environmentRoot) {
+                                const StartupEnvironment& environment) {
   ProcessValues v;
   v.tavlinStartup = std::move(startup);
   v.tavlinArguments = v.tavlinStartup.arguments;
   v.tavlinIPCDirectory = v.tavlinStartup.ipcDirectory;
   v.tavlinRootURL =
-      findTavlinRoot(environmentRoot, workspace.mainBundlePath(), buildTimeRoot(), common::currentDirectory());
+      findTavlinRoot(environment.installRoot, workspace.mainBundlePath(), buildTimeRoot(), common::currentDirectory());
   std::string caches = workspace.userCachesDirectory().value_or(
       common::appendPathComponent(workspace.homeDirectory(), "Library/Caches"));
   v.cacheDirectoryURL =
@@ -23,6 +23,8 @@ ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& work
                            "AXChildrenInNavigationOrder"};
   v.exactNameFirstScore = 1000000;
   v.bwcTimestampFormatter = common::CompactTimestampFormatter{};
+  v.programPath = environment.programPath;
+  v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
   return v;
 }
 

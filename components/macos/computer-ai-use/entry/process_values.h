@@ -25,10 +25,21 @@ struct ProcessValues {
   std::vector<std::string> traversalAttributes;  // children attributes, in visiting order
   int64_t exactNameFirstScore = 0;
   common::CompactTimestampFormatter bwcTimestampFormatter;
+  // Beyond the shared list: argv[0] (names the tool in the permission message when
+  // there is no bundle) and TAVLIN_AX_TIMEOUT as given (checked where it is used, so
+  // a bad value is reported like any other bad input).
+  std::string programPath;
+  std::optional<std::string> accessibilityTimeoutSetting;
 };
 
 // Builds the values in their documented order. `environmentRoot` is TAVLIN_INSTALL_ROOT.
+struct StartupEnvironment {
+  std::optional<std::string> installRoot;         // TAVLIN_INSTALL_ROOT
+  std::optional<std::string> accessibilityTimeout;  // TAVLIN_AX_TIMEOUT
+  std::string programPath;                        // argv[0]
+};
+
 ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& workspace,
-                                const std::optional<std::string>& environmentRoot);
+                                const StartupEnvironment& environment);
 
 }  // namespace tavlin::entry

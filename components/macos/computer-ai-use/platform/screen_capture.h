@@ -11,6 +11,11 @@
 
 namespace tavlin::platform {
 
+struct PixelSize {
+  int64_t width = 0;
+  int64_t height = 0;
+};
+
 struct ShareableWindow {
   uint32_t windowID = 0;
   Rect frame;
@@ -45,6 +50,10 @@ class ScreenCapture {
                                          std::vector<ShareableWindow>& windows) = 0;
   // Writes the window's image as a PNG at `pngPath`.
   virtual CaptureStatus captureWindow(const CaptureRequest& request) = 0;
+  // The pixel width and height of an image file's first frame (ImageIO's
+  // kCGImagePropertyPixelWidth / Height); absent when the file cannot be read as an
+  // image or lacks either property.
+  virtual std::optional<PixelSize> imagePixelSize(const std::string& path) = 0;
 };
 
 }  // namespace tavlin::platform

@@ -1,5 +1,6 @@
 #pragma once
 // The snapshot records: what get-app-state produces and later commands read back.
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -36,6 +37,36 @@ struct ElementSnapshot {
   bool settable = false;
   bool focused = false;
   friend bool operator==(const ElementSnapshot&, const ElementSnapshot&) = default;
+};
+
+// The pixel size of a screenshot.
+struct SizePayload {
+  int64_t width = 0;
+  int64_t height = 0;
+  friend bool operator==(const SizePayload&, const SizePayload&) = default;
+};
+
+// The window a snapshot describes.
+struct WindowSnapshot {
+  std::optional<uint32_t> windowID;  // window-server number, when one was matched
+  std::optional<std::string> title;
+  std::optional<RectPayload> frame;
+  friend bool operator==(const WindowSnapshot&, const WindowSnapshot&) = default;
+};
+
+// The state of one application window at one moment.
+struct AppStateSnapshot {
+  std::string app;  // localized name, else bundle identifier, else the pid in decimal
+  std::optional<std::string> bundleIdentifier;
+  int32_t pid = 0;
+  std::chrono::system_clock::time_point generatedAt;
+  std::optional<std::string> screenshotPath;
+  std::optional<SizePayload> screenshotSize;
+  std::optional<WindowSnapshot> window;
+  std::optional<int64_t> focusedElementIndex;
+  std::vector<ElementSnapshot> elements;
+  std::string cachePath;
+  friend bool operator==(const AppStateSnapshot&, const AppStateSnapshot&) = default;
 };
 
 // A live element with its snapshot; the handle keeps the element alive.

@@ -387,6 +387,7 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   elements_ = std::move(other.elements_);
   windows_ = std::move(other.windows_);
   screen_ = other.screen_;
+  capture_ = other.capture_;
   trusted_ = other.trusted_;
   frontmostPid_ = other.frontmostPid_;
   pointer_ = other.pointer_;
@@ -454,7 +455,7 @@ void SimDesktop::parse() {
   const ordered_json& root = document_;
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
-                         "pointer", "apps", "windows", "stats", "pendingActivation"});
+                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -489,6 +490,19 @@ void SimDesktop::parse() {
     positive("width", screen_.width);
     positive("height", screen_.height);
     positive("backingScale", screen_.backingScale);
+  }
+  if (auto it = root.find("capture"); it != root.end()) {
+    p.object(*it, "capture");
+    p.allowKeys(*it, "capture", {"companion", "screencapture"});
+    auto works = [&](const char* key, bool& field) {
+      if (auto v = it->find(key); v != it->end()) {
+        std::string mode = v->is_string() ? v->get<std::string>() : "";
+        if (mode != "works" && mode != "fails") p.fail(std::string("capture.") + key, "expected \"works\" or \"fails\"");
+        field = mode == "works";
+      }
+    };
+    works("companion", capture_.companionWorks);
+    works("screencapture", capture_.screenshotToolWorks);
   }
   if (auto it = root.find("accessibilityTrusted"); it != root.end()) trusted_ = p.boolean(*it, "accessibilityTrusted");
   if (auto it = root.find("pointer"); it != root.end()) {

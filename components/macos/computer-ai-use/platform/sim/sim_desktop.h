@@ -73,6 +73,12 @@ struct SimScreen {
   double backingScale = 2;
 };
 
+// Which simulated capture tools succeed.
+struct SimCaptureBehaviour {
+  bool companionWorks = true;       // bin/background-window-capture
+  bool screenshotToolWorks = true;  // /usr/sbin/screencapture
+};
+
 struct EventField {
   std::string name;
   std::string value;
@@ -101,6 +107,7 @@ class SimDesktop {
   bool accessibilityTrusted() const { return trusted_; }
   std::optional<int32_t> frontmostPid() const { return frontmostPid_; }
   platform::Point pointer() const { return pointer_; }
+  const SimCaptureBehaviour& capture() const { return capture_; }
 
   // --- changes (each is written back on commit) ---
   void setFrontmostPid(std::optional<int32_t> pid);
@@ -152,6 +159,7 @@ class SimDesktop {
   std::vector<SimElement> elements_;
   std::vector<platform::WindowInfo> windows_;
   SimScreen screen_;
+  SimCaptureBehaviour capture_;
   bool trusted_ = true;
   std::optional<int32_t> frontmostPid_;
   platform::Point pointer_;

@@ -8,6 +8,8 @@
 #include <cstdlib>
 
 #include "common/files.h"
+#include "platform/sim/sim_capture.h"
+#include "platform/sim/sim_png.h"
 
 namespace tavlin::sim {
 
@@ -441,12 +443,37 @@ class SimScreenCapturePort final : public ScreenCapture {
     return {};
   }
 
-  CaptureStatus captureWindow(const CaptureRequest&) override {
-    return {CaptureStatus::Kind::failed, "The simulated desktop does not capture window images"};
+  CaptureStatus captureWindow(const CaptureRequest& request) override {
+    if (!renderWindow(p_.desktop(), request.windowID, request.pngPath)) {
+      return {CaptureStatus::Kind::failed, "The window could not be captured"};
+    }
+    return {};
+  }
+
+  std::optional<PixelSize> imagePixelSize(const std::string& path) override {
+    auto size = readPNGSize(path);
+    if (!size) return std::nullopt;
+    return PixelSize{size->first, size->second};
   }
 
  private:
   SimPlatform& p_;
+};
+
+// Real processes, except the screenshot tools, which the simulated desktop stands in for.
+class SimProcessesPort final : public Processes {
+ public:
+  explicit SimProcessesPort(SimPlatform& p) : p_(p) {}
+  ProcessResult run(const ProcessRequest& request) override {
+    if (request.executable == "/usr/sbin/screencapture" || request.executable == "/bin/zsh") {
+      if (auto result = runSimulatedTool(p_.desktop(), request)) return *result;
+    }
+    return real_.run(request);
+  }
+
+ private:
+  SimPlatform& p_;
+  PosixProcesses real_;
 };
 
 class SimClockPort final : public Clock {
@@ -461,14 +488,15 @@ class SimClockPort final : public Clock {
 };
 
 struct SimPlatform::Ports {
-  explicit Ports(SimPlatform& p) : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p) {}
+  explicit Ports(SimPlatform& p)
+      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p) {}
   SimAccessibilityPort accessibility;
   SimEventsPort events;
   SimWorkspacePort workspace;
   SimWindowListPort windowList;
   SimScreenCapturePort capture;
   SimClockPort clock;
-  PosixProcesses processes;
+  SimProcessesPort processes;
 };
 
 SimPlatform::SimPlatform(SimSettings settings)

@@ -1,0 +1,21 @@
+#pragma once
+// Stand-ins for the system screenshot tool and the companion capture script: they
+// draw the simulated desktop's element frames into a real PNG whose pixel size is
+// the captured size in points times the desktop's backing scale.
+#include <string>
+
+#include "platform/geometry.h"
+#include "platform/processes.h"
+#include "platform/sim/sim_desktop.h"
+
+namespace tavlin::sim {
+
+// Draws one window-server window by itself.
+bool renderWindow(const SimDesktop& desktop, uint32_t windowNumber, const std::string& path);
+// Draws whatever is on screen in a rectangle, windows back to front.
+bool renderRegion(const SimDesktop& desktop, const platform::Rect& region, const std::string& path);
+
+// Whether a process request is one of the simulated tools, and if so its result.
+std::optional<platform::ProcessResult> runSimulatedTool(SimDesktop& desktop, const platform::ProcessRequest& request);
+
+}  // namespace tavlin::sim

@@ -1,0 +1,33 @@
+#pragma once
+// get-app-state: a fresh snapshot of one window of an application (element tree,
+// screenshot, cache file) printed as plugin text, JSON or the plugin-json envelope.
+// The element commands run the same pipeline to find the element for an index.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "entry/command_context.h"
+#include "snapshot/app_state_format.h"
+#include "snapshot/snapshot_model.h"
+
+namespace tavlin::snapshot {
+
+struct CurrentState {
+  AppStateSnapshot snapshot;
+  std::vector<TraversedElement> elements;
+};
+
+// Walks the selected window, captures it and writes the cache file. Throws ToolError.
+CurrentState fetchCurrentState(entry::CommandContext& context, const platform::RunningApplication& app,
+                               const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
+
+// `text` cut to `maxLength` characters followed by "…" when it is longer.
+std::string shortValue(const std::string& text, int64_t maxLength);
+std::string elementName(const ElementSnapshot& element);
+std::string describeElement(const ElementSnapshot& element);
+std::string pluginText(const AppStateSnapshot& snapshot);
+
+void handleGetAppState(entry::CommandContext& context, const std::string& appQuery, AppStateFormat format,
+                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
+
+}  // namespace tavlin::snapshot

@@ -1,0 +1,159 @@
+#include "snapshot/state_cache.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "cli/json_output.h"
+#include "cli/tool_error.h"
+#include "common/files.h"
+#include "common/unicode.h"
+#include "snapshot/snapshot_json.h"
+
+namespace tavlin::snapshot {
+
+std::string sanitizeName(const std::string& name) {
+  std::string lower = common::lowercased(name);
+  std::string out;
+  bool inRun = false;
+  for (char c : lower) {
+    bool kept = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_' || c == '-';
+    if (kept) {
+      out += c;
+      inRun = false;
+    } else if (!inRun) {
+      out += '-';
+      inRun = true;
+    }
+  }
+  return out;
+}
+
+std::string cacheStem(const platform::RunningApplication& app) {
+  if (app.bundleIdentifier) return sanitizeName(*app.bundleIdentifier);
+  if (app.localizedName) return sanitizeName(*app.localizedName);
+  return sanitizeName("app");
+}
+
+void ensureCacheDirectory(const std::string& cacheDirectory) {
+  // Intermediate folders (Tavlin/) are user-only too.
+  if (!common::createDirectories(cacheDirectory, 0700)) {
+    throw cli::ToolError("Could not create the cache folder " + cacheDirectory + ": " + std::strerror(errno));
+  }
+}
+
+namespace {
+
+std::string cacheFile(const entry::ProcessValues& values, const platform::RunningApplication& app,
+                      const char* extension) {
+  return common::appendPathComponent(values.cacheDirectoryURL,
+                                     cacheStem(app) + "-" + std::to_string(app.pid) + extension);
+}
+
+std::optional<CapturedImage> finished(platform::Platform& platform, const platform::ProcessResult& result,
+                                      const std::string& path) {
+  if (!result.launched || result.timedOut || result.exitStatus != 0 || !common::exists(path)) return std::nullopt;
+  ::chmod(path.c_str(), 0600);
+  return CapturedImage{path, readImageSize(platform, path)};
+}
+
+}  // namespace
+
+std::string cacheFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+  ensureCacheDirectory(values.cacheDirectoryURL);
+  return cacheFile(values, app, ".json");
+}
+
+std::string screenshotFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+  return cacheFile(values, app, ".png");
+}
+
+std::optional<SizePayload> readImageSize(platform::Platform& platform, const std::string& path) {
+  auto size = platform.screenCapture().imagePixelSize(path);
+  if (!size) return std::nullopt;
+  return SizePayload{size->width, size->height};
+}
+
+std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const entry::ProcessValues& values,
+                                                const platform::RunningApplication& app,
+                                                const std::optional<QuartzWindowInfo>& windowInfo,
+                                                const std::optional<platform::Rect>& fallbackFrame) {
+  std::string path = screenshotFileURL(values, app);
+  if (!common::createDirectories(values.cacheDirectoryURL, 0700)) return std::nullopt;
+  ::unlink(path.c_str());  // a failed capture must not leave the previous image behind
+
+  if (common::exists(values.backgroundWindowCaptureScriptURL)) {
+    platform::ProcessRequest request;
+    request.executable = "/bin/zsh";
+    request.arguments = {values.backgroundWindowCaptureScriptURL, "capture"};
+    if (windowInfo) {
+      request.arguments.insert(request.arguments.end(), {"--window-id", std::to_string(windowInfo->windowID)});
+    } else {
+      request.arguments.insert(request.arguments.end(), {"--pid", std::to_string(app.pid)});
+    }
+    request.arguments.insert(request.arguments.end(), {"--out", path});
+    request.captureOutput = true;
+    request.timeoutSeconds = captureToolTimeout;
+    if (auto image = finished(platform, platform.processes().run(request), path)) return image;
+  }
+
+  std::optional<platform::Rect> rect = fallbackFrame;
+  if (!rect && windowInfo) rect = windowInfo->frame;
+  if (!rect) return std::nullopt;
+  auto truncated = [](double v) {
+    return std::isfinite(v) ? std::to_string(static_cast<long long>(std::trunc(v))) : std::string("0");
+  };
+  platform::ProcessRequest request;
+  request.executable = "/usr/sbin/screencapture";
+  request.arguments = {"-x",
+                       "-R" + truncated(rect->origin.x) + "," + truncated(rect->origin.y) + "," +
+                           truncated(rect->size.width) + "," + truncated(rect->size.height),
+                       path};
+  request.captureOutput = true;
+  request.timeoutSeconds = captureToolTimeout;
+  return finished(platform, platform.processes().run(request), path);
+}
+
+void writeCachedState(const AppStateSnapshot& snapshot) {
+  std::string text = cli::formatJSON(encode(snapshot), cli::JsonFlavor::encoder);
+  if (!common::writeFileAtomically(snapshot.cachePath, text, 0600)) {
+    throw cli::ToolError("Could not write the cached state " + snapshot.cachePath + ": " + std::strerror(errno));
+  }
+}
+
+AppStateSnapshot loadCachedState(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+  std::string path = cacheFile(values, app, ".json");
+  errno = 0;
+  auto text = common::readFile(path);
+  if (!text) {
+    throw cli::ToolError("Cannot read the cached state " + path + " (" + std::strerror(errno ? errno : ENOENT) +
+                         "). Call get-app-state first.");
+  }
+  cli::Json document;
+  try {
+    document = cli::Json::parse(*text);
+  } catch (const cli::Json::parse_error&) {
+    throw cli::ToolError("The cached state " + path + " is not valid JSON. Call get-app-state again.");
+  }
+  try {
+    return decodeAppStateSnapshot(document);
+  } catch (const DecodingError& e) {
+    throw cli::ToolError("The cached state " + path + " is not a snapshot (" + e.what() +
+                         "). Call get-app-state again.");
+  }
+}
+
+platform::Point screenPoint(const AppStateSnapshot& cached, const std::string& appName, double x, double y) {
+  const auto& size = cached.screenshotSize;
+  if (!size || size->width < 1 || size->height <= 0 || !cached.window || !cached.window->frame) {
+    throw cli::ToolError("No cached screenshot/window mapping for " + appName + ". Call get-app-state first.");
+  }
+  const RectPayload& f = *cached.window->frame;
+  return {f.x + (x / static_cast<double>(size->width)) * f.width,
+          f.y + (y / static_cast<double>(size->height)) * f.height};
+}
+
+}  // namespace tavlin::snapshot

@@ -1,0 +1,55 @@
+#pragma once
+// The per-application state cache: the last snapshot's JSON and its window
+// screenshot, so that commands given screenshot pixels can map them to the screen.
+// The folder is created user-only (0700) and its files 0600: screenshots can show
+// private content.
+#include <optional>
+#include <string>
+
+#include "entry/process_values.h"
+#include "platform/platform.h"
+#include "snapshot/root_window.h"
+#include "snapshot/snapshot_model.h"
+
+namespace tavlin::snapshot {
+
+// Lower-cased, with every run of characters outside [a-z0-9._-] replaced by "-".
+std::string sanitizeName(const std::string& name);
+// `sanitizeName` of the bundle identifier, else of the name, else of "app".
+std::string cacheStem(const platform::RunningApplication& app);
+
+// Throws ToolError when the folder cannot be made.
+void ensureCacheDirectory(const std::string& cacheDirectory);
+std::string cacheFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app);
+std::string screenshotFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app);
+
+// How long one run of a screenshot tool may take before it counts as failed.
+inline constexpr double captureToolTimeout = 30.0;
+
+struct CapturedImage {
+  std::string path;
+  std::optional<SizePayload> size;
+};
+
+// Captures the window into the screenshot file: through the companion capture tool
+// when it is installed, else the system screenshot tool over the window's rectangle.
+// Never fails the command: any failure gives nothing (and no stale file is left).
+std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const entry::ProcessValues& values,
+                                                const platform::RunningApplication& app,
+                                                const std::optional<QuartzWindowInfo>& windowInfo,
+                                                const std::optional<platform::Rect>& fallbackFrame);
+
+std::optional<SizePayload> readImageSize(platform::Platform& platform, const std::string& path);
+
+// Writes the snapshot as the cache file (atomically, 0600). Throws ToolError.
+void writeCachedState(const AppStateSnapshot& snapshot);
+
+// The last snapshot of this process. Throws ToolError naming the file and what is
+// wrong when it is missing, unreadable, not JSON or not a snapshot.
+AppStateSnapshot loadCachedState(const entry::ProcessValues& values, const platform::RunningApplication& app);
+
+// Screenshot pixels to screen points through the cached window frame and image size.
+// Throws ToolError "No cached screenshot/window mapping for <app>. Call get-app-state first."
+platform::Point screenPoint(const AppStateSnapshot& cached, const std::string& appName, double x, double y);
+
+}  // namespace tavlin::snapshot
