@@ -21,6 +21,7 @@ struct QuartzWindowInfo {
   platform::Rect frame;
   int64_t layer = 0;
   bool isOnscreen = false;
+  friend bool operator==(const QuartzWindowInfo&, const QuartzWindowInfo&) = default;
 };
 
 struct SelectedRootWindow {

@@ -59,10 +59,11 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
 }
 
 TEST(AgentCommandLine, FormatIsReadCaseInsensitively) {
-  // Accepted formats get past flag reading; the rest of the command answers.
+  // Accepted formats get past flag reading to the desktop, which is missing here.
   for (const char* format : {"JSON", "Plugin", "plugin-json", "plugin_json"}) {
     ToolRun run = runTool({"get-app-state", "--format", format, "--app", "Scribe"});
-    EXPECT_EQ(run.err, "get-app-state is not available yet\n") << format;
+    EXPECT_EQ(run.err, "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)\n")
+        << format;
   }
 }
 

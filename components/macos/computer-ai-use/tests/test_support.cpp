@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -50,5 +52,23 @@ void writeText(const std::string& path, const std::string& text) {
 std::string fixture(const std::string& name) { return std::string(TAVLIN_FIXTURES) + "/" + name; }
 
 std::string golden(const std::string& name) { return readText(std::string(TAVLIN_GOLDEN) + "/" + name); }
+
+void expectGolden(const std::string& name, const std::string& actual) {
+  std::string path = std::string(TAVLIN_GOLDEN) + "/" + name;
+  const char* update = std::getenv("TAVLIN_UPDATE_GOLDEN");
+  if (update && std::string(update) == "1") {
+    writeText(path, actual);
+    return;
+  }
+  EXPECT_EQ(actual, readText(path)) << "golden file " << path << " (TAVLIN_UPDATE_GOLDEN=1 rewrites it)";
+}
+
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+  if (from.empty()) return text;
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
 
 }  // namespace tavlin::testing

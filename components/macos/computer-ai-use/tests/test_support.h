@@ -35,5 +35,10 @@ void writeText(const std::string& path, const std::string& text);
 std::string fixture(const std::string& name);
 // Whole expected outputs, kept as files.
 std::string golden(const std::string& name);
+// Compares with a golden file; with TAVLIN_UPDATE_GOLDEN=1 in the environment it
+// rewrites the file instead (review the diff).
+void expectGolden(const std::string& name, const std::string& actual);
+// Every occurrence of `from` replaced, to make outputs with temporary paths stable.
+std::string replaceAll(std::string text, const std::string& from, const std::string& to);
 
 }  // namespace tavlin::testing
