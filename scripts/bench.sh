@@ -7,6 +7,7 @@ generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Release -DTAVLIN_BENCHMARKS=ON -DTAVLIN_TESTS=OFF >/dev/null
 cmake --build "$build" -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
-for bench in "$build"/components/macos/computer-ai-use/benchmarks/tavlin_*_benchmark; do
-  "$bench" "$@"
-done
+"$build"/components/macos/computer-ai-use/benchmarks/tavlin_walk_benchmark "$@"
+echo
+echo "get-app-state end to end (the real binary):"
+"$build"/components/macos/computer-ai-use/benchmarks/tavlin_snapshot_benchmark "$build/Tavlin"

@@ -24,6 +24,27 @@ struct CGRect {
 };
 typedef struct CGRect CGRect;
 
+// CoreGraphics: CGWindow.h
+typedef uint32_t CGWindowID;
+typedef CF_OPTIONS(uint32_t, CGWindowListOption){
+    kCGWindowListOptionAll = 0,
+    kCGWindowListOptionOnScreenOnly = (1 << 0),
+    kCGWindowListOptionOnScreenAboveWindow = (1 << 1),
+    kCGWindowListOptionOnScreenBelowWindow = (1 << 2),
+    kCGWindowListOptionIncludingWindow = (1 << 3),
+    kCGWindowListExcludeDesktopElements = (1 << 4),
+};
+CFArrayRef CGWindowListCopyWindowInfo(CGWindowListOption option, CGWindowID relativeToWindow);
+extern const CFStringRef kCGWindowNumber;
+extern const CFStringRef kCGWindowLayer;
+extern const CFStringRef kCGWindowBounds;
+extern const CFStringRef kCGWindowOwnerPID;
+extern const CFStringRef kCGWindowOwnerName;
+extern const CFStringRef kCGWindowName;
+extern const CFStringRef kCGWindowIsOnscreen;
+extern const CFStringRef kCGWindowAlpha;
+bool CGRectMakeWithDictionaryRepresentation(CFDictionaryRef dict, CGRect* rect);
+
 // HIServices: AXError.h
 typedef CF_ENUM(SInt32, AXError){
     kAXErrorSuccess = 0,

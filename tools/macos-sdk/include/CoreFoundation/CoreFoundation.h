@@ -127,6 +127,10 @@ Boolean CFNumberIsFloatType(CFNumberRef number);
 Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 CFStringRef CFURLGetString(CFURLRef anURL);
+CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const uint8_t* buffer, CFIndex bufLen,
+                                                 Boolean isDirectory);
+
+const void* CFDictionaryGetValue(CFDictionaryRef theDict, const void* key);
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 

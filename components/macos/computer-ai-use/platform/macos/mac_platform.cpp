@@ -4,6 +4,8 @@
 
 #include "platform/macos/mac_accessibility.h"
 #include "platform/macos/mac_clock.h"
+#include "platform/macos/mac_screen_capture.h"
+#include "platform/macos/mac_window_list.h"
 #include "platform/macos/mac_workspace.h"
 #include "platform/posix_processes.h"
 
@@ -32,21 +34,6 @@ class PendingEvents final : public platform::Events {
   platform::Point pointerLocation() override { notYet("Event synthesis"); }
 };
 
-class PendingWindowList final : public platform::WindowList {
- public:
-  std::optional<std::vector<platform::WindowInfo>> copyWindowInfo(uint32_t, uint32_t) override {
-    notYet("The window list");
-  }
-};
-
-class PendingScreenCapture final : public platform::ScreenCapture {
- public:
-  platform::CaptureStatus shareableWindows(bool, bool, double, std::vector<platform::ShareableWindow>&) override {
-    notYet("Screen capture");
-  }
-  platform::CaptureStatus captureWindow(const platform::CaptureRequest&) override { notYet("Screen capture"); }
-};
-
 class MacPlatform final : public platform::Platform {
  public:
   platform::Accessibility& accessibility() override { return accessibility_; }
@@ -62,8 +49,8 @@ class MacPlatform final : public platform::Platform {
   MacAccessibility accessibility_;
   PendingEvents events_;
   MacWorkspace workspace_;
-  PendingWindowList windowList_;
-  PendingScreenCapture capture_;
+  MacWindowList windowList_;
+  MacScreenCapture capture_;
   MacClock clock_;
   platform::PosixProcesses processes_;
 };

@@ -1,0 +1,119 @@
+// get-app-state end to end on simulated windows of 1,000, 10,000 and 50,000 elements:
+// wall time, peak memory and accessibility round trips per element of the real binary.
+// A list-apps run on the same desktop gives the cost of loading the simulated desktop
+// itself, which a real Mac does not pay.
+//
+// usage: tavlin_snapshot_benchmark PATH-TO-Tavlin [sizes...]
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::ordered_json;
+
+ordered_json windowDesktop(int elements) {
+  const int cellsPerRow = 9;
+  ordered_json rows = ordered_json::array();
+  int made = 1;  // the window
+  for (int r = 0; made < elements; ++r) {
+    ordered_json cells = ordered_json::array();
+    ++made;
+    for (int c = 0; c < cellsPerRow && made < elements; ++c, ++made) {
+      cells.push_back({{"role", "AXStaticText"},
+                       {"value", "Row " + std::to_string(r) + " cell " + std::to_string(c)},
+                       {"position", {10 + c * 80, 40 + (r % 40) * 20}},
+                       {"size", {80, 20}}});
+    }
+    rows.push_back({{"role", "AXRow"}, {"actions", {"AXShowMenu"}}, {"children", cells}});
+  }
+  ordered_json window = {{"id", "window"}, {"role", "AXWindow"}, {"title", "Big list"},
+                         {"position", {0, 25}}, {"size", {800, 600}}, {"children", rows}};
+  return {{"tavlinDesktop", 1},
+          {"frontmostPid", 10},
+          {"apps", {{{"pid", 10}, {"name", "Lister"}, {"ui", {{"role", "AXApplication"}, {"children", {window}}}}}}},
+          {"windows", {{{"number", 5}, {"pid", 10}, {"bounds", {0, 25, 800, 600}}, {"name", "Big list"}}}}};
+}
+
+struct Run {
+  double seconds = 0;
+  long peakKiB = 0;
+  int status = -1;
+};
+
+Run run(const std::string& binary, const std::vector<std::string>& args, const std::string& desktop,
+        const std::string& home) {
+  auto start = std::chrono::steady_clock::now();
+  pid_t child = fork();
+  if (child == 0) {
+    setenv("TAVLIN_SIM_DESKTOP", desktop.c_str(), 1);
+    setenv("TAVLIN_SIM_EVENT_LOG", (home + "/events.log").c_str(), 1);
+    setenv("HOME", home.c_str(), 1);
+    int null = open("/dev/null", O_WRONLY);
+    dup2(null, 1);
+    std::vector<char*> argv{const_cast<char*>(binary.c_str())};
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(binary.c_str(), argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  Run r;
+  r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  r.peakKiB = usage.ru_maxrss;  // KiB on Linux
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
+}
+
+uint64_t roundTrips(const std::string& desktop) {
+  std::ifstream in(desktop);
+  ordered_json d = ordered_json::parse(in);
+  if (!d.contains("stats")) return 0;
+  return d["stats"].value("axRoundTrips", uint64_t{0});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: %s PATH-TO-Tavlin [sizes...]\n", argv[0]);
+    return 1;
+  }
+  std::string binary = argv[1];
+  std::vector<int> sizes;
+  for (int i = 2; i < argc; ++i) sizes.push_back(std::atoi(argv[i]));
+  if (sizes.empty()) sizes = {1000, 10000, 50000};
+
+  char dirTemplate[] = "/tmp/tavlin-bench-XXXXXX";
+  std::string dir = mkdtemp(dirTemplate);
+  std::printf("%10s %12s %12s %14s %14s %12s\n", "elements", "snapshot s", "peak MiB", "load-only s",
+              "load-only MiB", "trips/elem");
+  for (int n : sizes) {
+    std::string desktop = dir + "/desktop-" + std::to_string(n) + ".json";
+    std::ofstream(desktop) << windowDesktop(n).dump();
+    Run load = run(binary, {"list-apps"}, desktop, dir);
+    uint64_t before = roundTrips(desktop);
+    Run snap = run(binary, {"get-app-state", "--app", "Lister", "--format", "json"}, desktop, dir);
+    if (snap.status != 0 || load.status != 0) {
+      std::fprintf(stderr, "run failed for %d elements\n", n);
+      return 1;
+    }
+    double perElement = static_cast<double>(roundTrips(desktop) - before) / n;
+    std::printf("%10d %12.3f %12.1f %14.3f %14.1f %12.2f\n", n, snap.seconds, snap.peakKiB / 1024.0, load.seconds,
+                load.peakKiB / 1024.0, perElement);
+  }
+  std::string cleanup = "rm -rf '" + dir + "'";
+  return std::system(cleanup.c_str()) == 0 ? 0 : 1;
+}
