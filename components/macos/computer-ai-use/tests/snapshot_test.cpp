@@ -272,3 +272,38 @@ TEST(RootWindow, ServerOrderWithoutTitleOrFrame) {
   EXPECT_EQ(matchQuartzWindow({window(90, 8, true), window(40, 0, false)}, std::nullopt, std::nullopt)->windowID, 40u);
   EXPECT_EQ(matchQuartzWindow({}, std::nullopt, std::nullopt), std::nullopt);
 }
+
+TEST(StateCache, CachedStateRoundTripAndClearErrors) {
+  tavlin::testing::TempDir tmp;
+  entry::ProcessValues values;
+  values.cacheDirectoryURL = tmp.file("cache");
+  platform::RunningApplication app;
+  app.pid = 42;
+  app.localizedName = "Text Edit";
+  std::string path = cacheFileURL(values, app);
+  EXPECT_EQ(path, tmp.file("cache/text-edit-42.json"));
+
+  const std::string missing = "Cannot read the cached state " + path +
+                              " (No such file or directory). Call get-app-state first.";
+  EXPECT_EQ(errorOf([&] { loadCachedState(values, app); }), missing);
+
+  AppStateSnapshot s;
+  s.app = "Text Edit";
+  s.pid = 42;
+  s.cachePath = path;
+  s.elements = {element(0, 0, "AXWindow")};
+  writeCachedState(s);
+  EXPECT_EQ(loadCachedState(values, app), s);
+
+  std::string whole = tavlin::testing::readText(path);
+  const std::vector<std::pair<std::string, std::string>> damaged = {
+      {whole.substr(0, whole.size() / 2), "The cached state " + path + " is not valid JSON. Call get-app-state again."},
+      {"", "The cached state " + path + " is not valid JSON. Call get-app-state again."},
+      {"{\"app\": \"Text Edit\"}",
+       "The cached state " + path + " is not a snapshot (missing key \"pid\"). Call get-app-state again."},
+  };
+  for (const auto& [text, message] : damaged) {
+    tavlin::testing::writeText(path, text);
+    EXPECT_EQ(errorOf([&] { loadCachedState(values, app); }), message);
+  }
+}
