@@ -89,6 +89,29 @@ int64_t characterCount(const std::string& text) {
   return count;
 }
 
+std::vector<std::u16string> charactersUTF16(const std::string& text) {
+  icu::UnicodeString u = unicode(text);
+  std::vector<std::u16string> out;
+  int32_t start = 0;
+  forEachCharacterEnd(u, [&](int32_t end) {
+    out.emplace_back(reinterpret_cast<const char16_t*>(u.getBuffer()) + start, static_cast<size_t>(end - start));
+    start = end;
+    return true;
+  });
+  return out;
+}
+
+std::vector<std::u16string> scalarsUTF16(const std::string& text) {
+  icu::UnicodeString u = unicode(text);
+  std::vector<std::u16string> out;
+  for (int32_t i = 0; i < u.length();) {
+    int32_t next = u.moveIndex32(i, 1);
+    out.emplace_back(reinterpret_cast<const char16_t*>(u.getBuffer()) + i, static_cast<size_t>(next - i));
+    i = next;
+  }
+  return out;
+}
+
 std::string prefixCharacters(const std::string& text, int64_t count) {
   if (count <= 0) return {};
   icu::UnicodeString u = unicode(text);

@@ -3,6 +3,7 @@
 // characters are extended grapheme clusters, lower-casing is Unicode's.
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tavlin::common {
 
@@ -15,6 +16,10 @@ int64_t characterCount(const std::string& text);
 // Whether `text` contains `part` ignoring case (Unicode case folding, composed forms).
 // An empty `part` is contained in any text.
 bool containsIgnoringCase(const std::string& text, const std::string& part);
+// The text's characters (extended grapheme clusters), each as UTF-16 code units.
+std::vector<std::u16string> charactersUTF16(const std::string& text);
+// The text's Unicode scalars, each as UTF-16 code units (two for a scalar beyond the BMP).
+std::vector<std::u16string> scalarsUTF16(const std::string& text);
 // The first `count` characters.
 std::string prefixCharacters(const std::string& text, int64_t count);
 

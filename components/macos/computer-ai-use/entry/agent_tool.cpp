@@ -10,6 +10,9 @@
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
 #include "cli/usage.h"
+#include "input/background_paste.h"
+#include "input/keyboard_commands.h"
+#include "input/pointer_commands.h"
 #include "snapshot/app_state_format.h"
 #include "snapshot/get_app_state.h"
 
@@ -63,17 +66,17 @@ const std::vector<Command>& commandTable() {
          GetAppStateRequest r = readGetAppStateFlags(flags);
          snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID);
        }},
-      {{"click"}, notAvailableYet("click")},
-      {{"type-text", "type_text"}, notAvailableYet("type-text")},
-      {{"press-key", "press_key"}, notAvailableYet("press-key")},
-      {{"set-value", "set_value"}, notAvailableYet("set-value")},
-      {{"background-paste-clipboard", "background_paste_clipboard"}, notAvailableYet("background-paste-clipboard")},
-      {{"perform-secondary-action", "perform_secondary_action"}, notAvailableYet("perform-secondary-action")},
+      {{"click"}, input::handleClick},
+      {{"type-text", "type_text"}, input::handleTypeText},
+      {{"press-key", "press_key"}, input::handlePressKey},
+      {{"set-value", "set_value"}, input::handleSetValue},
+      {{"background-paste-clipboard", "background_paste_clipboard"}, input::handleBackgroundPasteClipboard},
+      {{"perform-secondary-action", "perform_secondary_action"}, input::handleSecondaryAction},
       {{"choose-open-panel-path", "choose_open_panel_path"}, notAvailableYet("choose-open-panel-path")},
       {{"choose-open-panel-bundle", "choose_open_panel_bundle"}, notAvailableYet("choose-open-panel-bundle")},
       {{"inspect-open-panel", "inspect_open_panel"}, notAvailableYet("inspect-open-panel")},
-      {{"scroll"}, notAvailableYet("scroll")},
-      {{"drag"}, notAvailableYet("drag")},
+      {{"scroll"}, input::handleScroll},
+      {{"drag"}, input::handleDrag},
       {{"-h", "--help", "help"},
        [](CommandContext&, const cli::Flags&) { cli::writeAll(1, std::string(cli::usageText) + "\n"); }},
   };

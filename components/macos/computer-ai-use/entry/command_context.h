@@ -1,4 +1,5 @@
 #pragma once
+#include "cli/arguments.h"
 #include "entry/process_values.h"
 #include "platform/platform.h"
 

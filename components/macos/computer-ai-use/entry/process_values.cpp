@@ -23,6 +23,7 @@ ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& work
                            "AXChildrenInNavigationOrder"};
   v.exactNameFirstScore = 1000000;
   v.bwcTimestampFormatter = common::CompactTimestampFormatter{};
+  v.keyTables = input::makeKeyTables();
   v.programPath = environment.programPath;
   v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
   return v;

@@ -8,6 +8,7 @@
 
 #include "common/date_format.h"
 #include "entry/ipc.h"
+#include "input/key_tables.h"
 
 namespace tavlin::platform {
 class Workspace;
@@ -25,6 +26,7 @@ struct ProcessValues {
   std::vector<std::string> traversalAttributes;  // children attributes, in visiting order
   int64_t exactNameFirstScore = 0;
   common::CompactTimestampFormatter bwcTimestampFormatter;
+  input::KeyTables keyTables;
   // Beyond the shared list: argv[0] (names the tool in the permission message when
   // there is no bundle) and TAVLIN_AX_TIMEOUT as given (checked where it is used, so
   // a bad value is reported like any other bad input).

@@ -56,11 +56,11 @@ struct Event {
   // Mouse events
   Point location;
   MouseButtonCode button = MouseButtonCode::left;
-  int64_t clickState = 0;  // kCGMouseEventClickState; 0 leaves the system's default
+  std::optional<int64_t> clickState;  // kCGMouseEventClickState, when set
   // Keyboard events
   uint16_t keyCode = 0;
   bool keyDown = false;
-  std::u16string unicodeString;  // CGEventKeyboardSetUnicodeString
+  std::optional<std::u16string> unicodeString;  // CGEventKeyboardSetUnicodeString, when set
   // Scroll-wheel events
   ScrollUnit scrollUnit = ScrollUnit::pixel;
   uint32_t wheelCount = 0;

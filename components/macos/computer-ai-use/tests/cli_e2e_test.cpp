@@ -47,7 +47,7 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
       {{"get-app-state", "--window_id", "-5", "--app", "X"}, "--window-id / --window_id expects an unsigned integer\n"},
       {{"get-app-state", "--window-id", "4294967296"}, "--window-id / --window_id expects an unsigned integer\n"},
       {{"click", "--app", "X", "-12"}, "Unexpected argument -12\n"},
-      {{"scroll", "--app", "X"}, "scroll is not available yet\n"},
+      {{"inspect-open-panel", "--app", "X"}, "inspect-open-panel is not available yet\n"},
       {{"__clicker", "where"}, "clicker is not available yet\n"},
   };
   for (const auto& c : cases) {

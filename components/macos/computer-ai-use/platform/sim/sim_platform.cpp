@@ -112,10 +112,10 @@ std::vector<EventField> eventFields(const Event& e) {
     f.push_back({"x", number(e.location.x)});
     f.push_back({"y", number(e.location.y)});
     f.push_back({"button", std::to_string(static_cast<uint32_t>(e.button))});
-    if (e.clickState) f.push_back({"clickState", std::to_string(e.clickState)});
+    if (e.clickState) f.push_back({"clickState", std::to_string(*e.clickState)});
   } else if (e.type == EventType::keyDown || e.type == EventType::keyUp || e.type == EventType::flagsChanged) {
     f.push_back({"keyCode", std::to_string(e.keyCode)});
-    if (!e.unicodeString.empty()) f.push_back({"text", utf8(e.unicodeString)});
+    if (e.unicodeString) f.push_back({"text", utf8(*e.unicodeString)});
   } else if (e.type == EventType::scrollWheel) {
     f.push_back({"unit", e.scrollUnit == ScrollUnit::pixel ? "pixel" : "line"});
     f.push_back({"wheels", std::to_string(e.wheelCount)});

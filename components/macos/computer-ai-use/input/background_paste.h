@@ -1,0 +1,11 @@
+#pragma once
+// background-paste-clipboard: pastes the clipboard into a text field of an
+// application that is not made frontmost, with process-targeted click and keys, and
+// hands the focus back to the application that had it.
+#include "entry/command_context.h"
+
+namespace tavlin::input {
+
+void handleBackgroundPasteClipboard(entry::CommandContext& context, const cli::Flags& flags);
+
+}  // namespace tavlin::input

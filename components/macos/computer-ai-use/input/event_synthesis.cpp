@@ -1,0 +1,210 @@
+#include "input/event_synthesis.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "cli/tool_error.h"
+#include "common/unicode.h"
+
+namespace tavlin::input {
+
+using platform::Event;
+using platform::EventTap;
+using platform::EventType;
+using platform::Point;
+
+namespace {
+
+std::string lowerASCII(std::string s) {
+  for (char& c : s) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return s;
+}
+
+std::u16string utf16(const std::string& text) {
+  std::u16string out;
+  for (const auto& scalar : common::scalarsUTF16(text)) out += scalar;
+  return out;
+}
+
+}  // namespace
+
+std::optional<MouseButton> mouseButton(const std::string& raw) {
+  if (raw == "left") return MouseButton::left;
+  if (raw == "right") return MouseButton::right;
+  if (raw == "middle") return MouseButton::middle;
+  return std::nullopt;
+}
+
+platform::MouseButtonCode mouseButtonCode(MouseButton button) {
+  switch (button) {
+    case MouseButton::left: return platform::MouseButtonCode::left;
+    case MouseButton::right: return platform::MouseButtonCode::right;
+    case MouseButton::middle: return platform::MouseButtonCode::center;
+  }
+  return platform::MouseButtonCode::left;
+}
+
+EventType mouseType(MouseButton button, bool down, bool dragging) {
+  switch (button) {
+    case MouseButton::left:
+      return dragging ? EventType::leftMouseDragged : down ? EventType::leftMouseDown : EventType::leftMouseUp;
+    case MouseButton::right:
+      return dragging ? EventType::rightMouseDragged : down ? EventType::rightMouseDown : EventType::rightMouseUp;
+    case MouseButton::middle:
+      return dragging ? EventType::otherMouseDragged : down ? EventType::otherMouseDown : EventType::otherMouseUp;
+  }
+  return EventType::null;
+}
+
+void postMouseClick(platform::Platform& platform, Point at, MouseButton button, int64_t clickCount) {
+  platform::Events& events = platform.events();
+  platform::Clock& clock = platform.clock();
+  int64_t pairs = std::max<int64_t>(clickCount, 1);
+  for (int64_t n = 1; n <= pairs; ++n) {
+    auto down = events.createMouseEvent(mouseType(button, true), at, mouseButtonCode(button));
+    auto up = events.createMouseEvent(mouseType(button, false), at, mouseButtonCode(button));
+    if (!down || !up) throw cli::ToolError("Could not create mouse events");
+    // States 1, 2, 3... as hardware reports a double or triple click.
+    down->clickState = n;
+    up->clickState = n;
+    events.post(EventTap::hid, *down);
+    clock.sleep(0.03);
+    events.post(EventTap::hid, *up);
+    if (n < clickCount) clock.sleep(0.06);
+  }
+}
+
+void postDrag(platform::Platform& platform, Point from, Point to, MouseButton button) {
+  platform::Events& events = platform.events();
+  platform::Clock& clock = platform.clock();
+  auto down = events.createMouseEvent(mouseType(button, true), from, mouseButtonCode(button));
+  auto up = events.createMouseEvent(mouseType(button, false), to, mouseButtonCode(button));
+  if (!down || !up) throw cli::ToolError("Could not create drag events");
+  events.post(EventTap::hid, *down);
+  clock.sleep(0.04);
+  constexpr int steps = 14;
+  for (int i = 1; i <= steps; ++i) {
+    Point p{from.x + (to.x - from.x) * i / steps, from.y + (to.y - from.y) * i / steps};
+    if (auto move = events.createMouseEvent(mouseType(button, false, true), p, mouseButtonCode(button))) {
+      events.post(EventTap::hid, *move);
+    }
+    clock.sleep(0.012);
+  }
+  events.post(EventTap::hid, *up);
+}
+
+void postUnicodeText(platform::Platform& platform, const std::string& text) {
+  platform::Events& events = platform.events();
+  // By character, so a letter with combining marks or an emoji sequence travels whole.
+  for (const std::u16string& character : common::charactersUTF16(text)) {
+    for (bool keyDown : {true, false}) {
+      auto event = events.createKeyboardEvent(0, keyDown);
+      if (!event) throw cli::ToolError("Could not create keyboard event");
+      event->unicodeString = character;
+      events.post(EventTap::hid, *event);
+    }
+    platform.clock().sleep(0.01);
+  }
+}
+
+std::optional<uint16_t> keyCode(const KeyTables& tables, const std::string& name) {
+  auto it = tables.baseKeyCodes.find(lowerASCII(name));
+  if (it == tables.baseKeyCodes.end()) return std::nullopt;
+  return it->second;
+}
+
+void postKeyCombo(platform::Platform& platform, const KeyTables& tables, const std::string& spec) {
+  std::vector<std::string> pieces;
+  size_t start = 0;
+  for (size_t i = 0; i <= spec.size(); ++i) {
+    if (i == spec.size() || spec[i] == '+') {
+      std::string piece = common::trimmed(spec.substr(start, i - start));
+      if (!piece.empty()) pieces.push_back(piece);
+      start = i + 1;
+    }
+  }
+  if (pieces.empty()) throw cli::ToolError("Key spec is empty");
+  const std::string key = pieces.back();
+  const std::vector<std::string> modifiers(pieces.begin(), pieces.end() - 1);
+
+  uint64_t flags = 0;
+  for (const auto& m : modifiers) {
+    auto it = tables.modifierFlags.find(lowerASCII(m));
+    if (it != tables.modifierFlags.end()) flags |= it->second;  // unknown modifiers are ignored on purpose
+  }
+  platform::Events& events = platform.events();
+  platform::Clock& clock = platform.clock();
+  auto postModifier = [&](const std::string& m, bool keyDown) {
+    auto it = tables.modifierKeyCodes.find(lowerASCII(m));
+    if (it == tables.modifierKeyCodes.end()) return;
+    if (auto event = events.createKeyboardEvent(it->second, keyDown)) {
+      event->flags = flags;
+      events.post(EventTap::hid, *event);
+    }
+    clock.sleep(0.01);
+  };
+  for (const auto& m : modifiers) postModifier(m, true);
+
+  if (auto code = keyCode(tables, key)) {
+    auto down = events.createKeyboardEvent(*code, true);
+    auto up = events.createKeyboardEvent(*code, false);
+    if (!down || !up) throw cli::ToolError("Could not create key events for " + spec);
+    down->flags = flags;
+    up->flags = flags;
+    events.post(EventTap::hid, *down);
+    clock.sleep(0.03);
+    events.post(EventTap::hid, *up);
+  } else if (common::characterCount(key) == 1 && modifiers.empty()) {
+    postUnicodeText(platform, key);
+  } else {
+    // Modifiers already pressed stay pressed: the failure ends the operation at once.
+    throw cli::ToolError("Unsupported key token " + key);
+  }
+  for (auto it = modifiers.rbegin(); it != modifiers.rend(); ++it) postModifier(*it, false);
+}
+
+void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t code, uint64_t flags, bool keyDown,
+                       const std::optional<std::string>& unicodeText) {
+  auto event = platform.events().createKeyboardEvent(code, keyDown);
+  if (!event) throw cli::ToolError("Could not create pid-targeted key event");
+  event->flags = flags;
+  if (unicodeText) event->unicodeString = utf16(*unicodeText);
+  platform.events().postToPid(pid, *event);
+}
+
+void tapKeyToPid(platform::Platform& platform, int32_t pid, uint16_t code, uint64_t flags,
+                 const std::optional<std::string>& unicodeText, double pause) {
+  postKeyEventToPid(platform, pid, code, flags, true, unicodeText);
+  platform.clock().sleep(0.02);
+  postKeyEventToPid(platform, pid, code, flags, false, unicodeText);
+  platform.clock().sleep(pause);
+}
+
+void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text) {
+  platform::Events& events = platform.events();
+  // By scalar, with flags cleared so no modifier state leaks into the target.
+  for (const std::u16string& scalar : common::scalarsUTF16(text)) {
+    for (bool keyDown : {true, false}) {
+      auto event = events.createKeyboardEvent(0, keyDown);
+      if (!event) throw cli::ToolError("Could not create pid-targeted key event");
+      event->flags = 0;
+      event->unicodeString = scalar;
+      events.postToPid(pid, *event);
+      platform.clock().sleep(keyDown ? 0.02 : 0.01);
+    }
+  }
+}
+
+void postMouseClickToPid(platform::Platform& platform, int32_t pid, Point at, int64_t clickState) {
+  platform::Events& events = platform.events();
+  auto down = events.createMouseEvent(EventType::leftMouseDown, at, platform::MouseButtonCode::left);
+  auto up = events.createMouseEvent(EventType::leftMouseUp, at, platform::MouseButtonCode::left);
+  if (!down || !up) throw cli::ToolError("Could not create pid-targeted mouse events");
+  down->clickState = clickState;
+  up->clickState = clickState;
+  events.postToPid(pid, *down);
+  platform.clock().sleep(0.04);
+  events.postToPid(pid, *up);
+}
+
+}  // namespace tavlin::input

@@ -1,0 +1,38 @@
+#pragma once
+// Synthetic input. Two families that must stay apart: session-wide events posted at
+// the HID tap (they go where real hardware input goes: the frontmost application),
+// and events posted to one process (the target need not be frontmost). The pauses
+// are behaviour: applications rely on them to see distinct downs and ups and to
+// count clicks. Every failure is a failure to create an event, thrown as ToolError.
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "input/key_tables.h"
+#include "platform/platform.h"
+
+namespace tavlin::input {
+
+enum class MouseButton { left, right, middle };
+
+// "left", "right", "middle"; anything else is absent.
+std::optional<MouseButton> mouseButton(const std::string& raw);
+platform::MouseButtonCode mouseButtonCode(MouseButton button);
+platform::EventType mouseType(MouseButton button, bool down, bool dragging = false);
+
+// --- session-wide, at the HID tap ---
+void postMouseClick(platform::Platform& platform, platform::Point at, MouseButton button, int64_t clickCount);
+void postDrag(platform::Platform& platform, platform::Point from, platform::Point to, MouseButton button);
+void postUnicodeText(platform::Platform& platform, const std::string& text);
+void postKeyCombo(platform::Platform& platform, const KeyTables& tables, const std::string& spec);
+std::optional<uint16_t> keyCode(const KeyTables& tables, const std::string& name);
+
+// --- to one process ---
+void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t keyCode, uint64_t flags, bool keyDown,
+                       const std::optional<std::string>& unicodeText);
+void tapKeyToPid(platform::Platform& platform, int32_t pid, uint16_t keyCode, uint64_t flags,
+                 const std::optional<std::string>& unicodeText, double pause = 0.05);
+void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text);
+void postMouseClickToPid(platform::Platform& platform, int32_t pid, platform::Point at, int64_t clickState);
+
+}  // namespace tavlin::input
