@@ -69,15 +69,15 @@ void handleScroll(entry::CommandContext& context, const cli::Flags& flags) {
     throw cli::ToolError("Unsupported scroll direction " + direction);
   }
   int64_t pages = cli::intFlag(flags, {"--pages"}, 1);
+  // One wheel event carries the whole amount, which must fit its 32-bit field.
+  if (pages > std::numeric_limits<int32_t>::max() / 600) {
+    throw cli::ToolError("--pages " + std::to_string(pages) + " is too large for one scroll event");
+  }
   apps::activateApp(app, context.platform);
   withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
     platform::Point point = elementCenter(element);
     context.platform.events().warpMouseCursor(point);
     context.platform.clock().sleep(0.05);
-    // One wheel event carries the whole amount, which must fit its 32-bit field.
-    if (pages > std::numeric_limits<int32_t>::max() / 600) {
-      throw cli::ToolError("--pages " + std::to_string(pages) + " is too large for one scroll event");
-    }
     int32_t amount = static_cast<int32_t>(600 * std::max<int64_t>(pages, 1));
     int32_t vertical = direction == "up" ? amount : direction == "down" ? -amount : 0;
     int32_t horizontal = direction == "left" ? amount : direction == "right" ? -amount : 0;

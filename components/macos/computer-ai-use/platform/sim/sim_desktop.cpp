@@ -260,7 +260,7 @@ class DesktopBuilder {
     p_.allowKeys(j, n.where,
                  {"id", "hash", "role", "subrole", "title", "description", "identifier", "roleDescription", "value",
                   "enabled", "focused", "position", "size", "actions", "settable", "attributes", "errors",
-                  "children"});
+                  "actionErrors", "children"});
     SimElement e;
     e.pid = n.pid;
     e.jsonPointer = n.pointer;
@@ -320,6 +320,12 @@ class DesktopBuilder {
       p_.object(*it, n.where + ".errors");
       for (auto a = it->begin(); a != it->end(); ++a) {
         e.readErrors[a.key()] = axError(a.value(), n.where + ".errors." + a.key());
+      }
+    }
+    if (auto it = j.find("actionErrors"); it != j.end()) {
+      p_.object(*it, n.where + ".actionErrors");
+      for (auto a = it->begin(); a != it->end(); ++a) {
+        e.actionErrors[a.key()] = axError(a.value(), n.where + ".actionErrors." + a.key());
       }
     }
     return e;
@@ -388,6 +394,7 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   windows_ = std::move(other.windows_);
   screen_ = other.screen_;
   capture_ = other.capture_;
+  eventFaults_ = other.eventFaults_;
   trusted_ = other.trusted_;
   frontmostPid_ = other.frontmostPid_;
   pointer_ = other.pointer_;
@@ -455,7 +462,8 @@ void SimDesktop::parse() {
   const ordered_json& root = document_;
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
-                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture"});
+                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture",
+                         "eventCreationFails"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -504,6 +512,14 @@ void SimDesktop::parse() {
     works("companion", capture_.companionWorks);
     works("screencapture", capture_.screenshotToolWorks);
   }
+  if (auto it = root.find("eventCreationFails"); it != root.end()) {
+    for (const std::string& kind : p.strings(*it, "eventCreationFails")) {
+      if (kind == "mouse") eventFaults_.mouse = true;
+      else if (kind == "keyboard") eventFaults_.keyboard = true;
+      else if (kind == "scroll") eventFaults_.scroll = true;
+      else p.fail("eventCreationFails", "expected \"mouse\", \"keyboard\" or \"scroll\", not \"" + kind + "\"");
+    }
+  }
   if (auto it = root.find("accessibilityTrusted"); it != root.end()) trusted_ = p.boolean(*it, "accessibilityTrusted");
   if (auto it = root.find("pointer"); it != root.end()) {
     auto v = p.numbers(*it, "pointer", 2, "[x, y]");
@@ -526,7 +542,7 @@ void SimDesktop::parse() {
       std::string where = "apps[" + std::to_string(i) + "]";
       const ordered_json& a = p.object((*it)[i], where);
       p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
-                             "activation", "unhideFails", "responds", "ui"});
+                             "activation", "unhideFails", "responds", "takesFocusOnClick", "ui"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -566,6 +582,9 @@ void SimDesktop::parse() {
       }
       if (auto v = a.find("unhideFails"); v != a.end()) app.unhideFails = p.boolean(*v, where + ".unhideFails");
       if (auto v = a.find("responds"); v != a.end()) app.responds = p.boolean(*v, where + ".responds");
+      if (auto v = a.find("takesFocusOnClick"); v != a.end()) {
+        app.takesFocusOnClick = p.boolean(*v, where + ".takesFocusOnClick");
+      }
       if (auto v = a.find("ui"); v != a.end()) {
         app.uiElement = builder.collect(*v, where + ".ui", app.jsonPointer + "/ui", app.info.pid, std::nullopt, true);
       }
@@ -659,6 +678,24 @@ void SimDesktop::setHidden(int32_t pid, bool hidden) {
 void SimDesktop::setPointer(platform::Point point) {
   pointer_ = point;
   document_["pointer"] = {point.x, point.y};
+  dirty_ = true;
+}
+
+void SimDesktop::setElementAttribute(size_t index, const std::string& attribute, const std::string& text) {
+  SimElement& e = elements_.at(index);
+  e.attributes[attribute].storage = text;
+  ordered_json& node = document_[ordered_json::json_pointer(e.jsonPointer)];
+  // Written where the file declares it: its shortcut key, else the attributes map.
+  std::string shortcut;
+  for (const auto& [key, name] : attributeShortcuts()) {
+    if (name == attribute) shortcut = key;
+  }
+  bool inAttributes = node.contains("attributes") && node["attributes"].contains(attribute);
+  if (!shortcut.empty() && !inAttributes) {
+    node[shortcut] = text;
+  } else {
+    node["attributes"][attribute] = text;
+  }
   dirty_ = true;
 }
 

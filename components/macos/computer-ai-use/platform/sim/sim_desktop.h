@@ -46,7 +46,8 @@ struct SimElement {
   uint64_t hash = 0;       // CFHash; explicit in the file or derived from the position
   std::string jsonPointer; // where the node sits in the file, for write-back
   std::map<std::string, StoredValue> attributes;
-  std::map<std::string, platform::AXError> readErrors;  // injected failures per attribute
+  std::map<std::string, platform::AXError> readErrors;    // injected failures per attribute
+  std::map<std::string, platform::AXError> actionErrors;  // actions that fail with this code
   std::vector<std::string> actions;
   std::vector<std::string> settable;
 };
@@ -62,7 +63,8 @@ struct SimApp {
   platform::RunningApplication info;
   SimActivation activation;
   bool unhideFails = false;
-  bool responds = true;  // false: every accessibility call times out
+  bool responds = true;            // false: every accessibility call times out
+  bool takesFocusOnClick = false;  // a click posted to it makes it frontmost
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;
 };
@@ -71,6 +73,13 @@ struct SimScreen {
   double width = 1440;
   double height = 900;
   double backingScale = 2;
+};
+
+// Which kinds of synthetic event cannot be created.
+struct SimEventFaults {
+  bool mouse = false;
+  bool keyboard = false;
+  bool scroll = false;
 };
 
 // Which simulated capture tools succeed.
@@ -108,11 +117,14 @@ class SimDesktop {
   std::optional<int32_t> frontmostPid() const { return frontmostPid_; }
   platform::Point pointer() const { return pointer_; }
   const SimCaptureBehaviour& capture() const { return capture_; }
+  const SimEventFaults& eventFaults() const { return eventFaults_; }
 
   // --- changes (each is written back on commit) ---
   void setFrontmostPid(std::optional<int32_t> pid);
   void setHidden(int32_t pid, bool hidden);
   void setPointer(platform::Point point);
+  // Sets a text attribute of an element, in the model and in the file.
+  void setElementAttribute(size_t index, const std::string& attribute, const std::string& text);
   // Applies the application's activation behaviour; false when it refuses. A delayed
   // activation takes effect when the clock passes its time, also in a later command.
   bool requestActivation(int32_t pid);
@@ -160,6 +172,7 @@ class SimDesktop {
   std::vector<platform::WindowInfo> windows_;
   SimScreen screen_;
   SimCaptureBehaviour capture_;
+  SimEventFaults eventFaults_;
   bool trusted_ = true;
   std::optional<int32_t> frontmostPid_;
   platform::Point pointer_;

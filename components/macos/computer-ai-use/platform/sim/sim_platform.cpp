@@ -198,8 +198,12 @@ class SimAccessibilityPort final : public Accessibility {
     if (!e) return AXError::invalidUIElement;
     bool supported = false;
     for (const auto& a : e->actions) supported |= a == action;
-    d.log(target(*e), "perform-action", {{"element", label(*e)}, {"action", action}});
-    return supported ? AXError::success : AXError::actionUnsupported;
+    if (!supported) return AXError::actionUnsupported;
+    auto failure = e->actionErrors.find(action);
+    AXError result = failure == e->actionErrors.end() ? AXError::success : failure->second;
+    d.log(target(*e), "perform-action",
+          {{"element", label(*e)}, {"action", action}, {"result", std::to_string(static_cast<int32_t>(result))}});
+    return result;
   }
 
   AXError setAttributeValue(const Element& element, const std::string& attribute, const std::string& text) override {
@@ -209,8 +213,10 @@ class SimAccessibilityPort final : public Accessibility {
     if (!e) return AXError::invalidUIElement;
     bool settable = false;
     for (const auto& s : e->settable) settable |= s == attribute;
+    if (!settable) return AXError::attributeUnsupported;
     d.log(target(*e), "set-value", {{"element", label(*e)}, {"attribute", attribute}, {"value", text}});
-    return settable ? AXError::success : AXError::attributeUnsupported;
+    d.setElementAttribute(simElement(element)->index, attribute, text);
+    return AXError::success;
   }
 
   uint64_t hash(const Element& element) override {
@@ -289,6 +295,7 @@ class SimEventsPort final : public Events {
   explicit SimEventsPort(SimPlatform& p) : p_(p) {}
 
   std::optional<Event> createMouseEvent(EventType type, Point location, MouseButtonCode button) override {
+    if (p_.desktop().eventFaults().mouse) return std::nullopt;
     Event e;
     e.type = type;
     e.location = location;
@@ -296,6 +303,7 @@ class SimEventsPort final : public Events {
     return e;
   }
   std::optional<Event> createKeyboardEvent(uint16_t keyCode, bool keyDown) override {
+    if (p_.desktop().eventFaults().keyboard) return std::nullopt;
     Event e;
     e.type = keyDown ? EventType::keyDown : EventType::keyUp;
     e.keyCode = keyCode;
@@ -304,6 +312,7 @@ class SimEventsPort final : public Events {
   }
   std::optional<Event> createScrollWheelEvent(ScrollUnit unit, uint32_t wheelCount, int32_t wheel1, int32_t wheel2,
                                               int32_t wheel3) override {
+    if (p_.desktop().eventFaults().scroll) return std::nullopt;
     Event e;
     e.type = EventType::scrollWheel;
     e.scrollUnit = unit;
@@ -321,7 +330,13 @@ class SimEventsPort final : public Events {
     if (isMouseEvent(event.type)) d.setPointer(event.location);
   }
   void postToPid(int32_t pid, const Event& event) override {
-    p_.desktop().log("pid:" + std::to_string(pid), eventKind(event.type), eventFields(event));
+    SimDesktop& d = p_.desktop();
+    d.log("pid:" + std::to_string(pid), eventKind(event.type), eventFields(event));
+    // Some applications come forward when a click reaches them, even a targeted one.
+    const SimApp* app = d.app(pid);
+    if (app && app->takesFocusOnClick && event.type == EventType::leftMouseDown && d.frontmostPid() != pid) {
+      d.setFrontmostPid(pid);
+    }
   }
   bool warpMouseCursor(Point point) override {
     SimDesktop& d = p_.desktop();
