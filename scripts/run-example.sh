@@ -19,6 +19,9 @@ run() {
 
 run list-apps
 run get-app-state --app Scribe
+run click --app Scribe --element-index 6
+run type-text --app Scribe --text "Ship it ✅"
+run set-value --app Scribe --element-index 10 --value budget
 run activate-app --app postbox
 run activate-app --app "pid:0"
 echo "\$ cat events.log"

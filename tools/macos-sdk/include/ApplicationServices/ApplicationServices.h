@@ -45,6 +45,76 @@ extern const CFStringRef kCGWindowIsOnscreen;
 extern const CFStringRef kCGWindowAlpha;
 bool CGRectMakeWithDictionaryRepresentation(CFDictionaryRef dict, CGRect* rect);
 
+// CoreGraphics: CGError.h, CGEventTypes.h, CGEvent.h, CGRemoteOperation.h
+typedef CF_ENUM(int32_t, CGError){
+    kCGErrorSuccess = 0,
+    kCGErrorFailure = 1000,
+};
+typedef struct __CGEvent* CGEventRef;
+typedef struct __CGEventSource* CGEventSourceRef;
+typedef uint16_t CGKeyCode;
+typedef unsigned long UniCharCount;
+typedef CF_ENUM(uint32_t, CGEventType){
+    kCGEventNull = 0,
+    kCGEventLeftMouseDown = 1,
+    kCGEventLeftMouseUp = 2,
+    kCGEventRightMouseDown = 3,
+    kCGEventRightMouseUp = 4,
+    kCGEventMouseMoved = 5,
+    kCGEventLeftMouseDragged = 6,
+    kCGEventRightMouseDragged = 7,
+    kCGEventKeyDown = 10,
+    kCGEventKeyUp = 11,
+    kCGEventFlagsChanged = 12,
+    kCGEventScrollWheel = 22,
+    kCGEventOtherMouseDown = 25,
+    kCGEventOtherMouseUp = 26,
+    kCGEventOtherMouseDragged = 27,
+};
+typedef CF_ENUM(uint32_t, CGMouseButton){
+    kCGMouseButtonLeft = 0,
+    kCGMouseButtonRight = 1,
+    kCGMouseButtonCenter = 2,
+};
+typedef CF_ENUM(uint32_t, CGEventTapLocation){
+    kCGHIDEventTap = 0,
+    kCGSessionEventTap,
+    kCGAnnotatedSessionEventTap,
+};
+typedef CF_ENUM(uint32_t, CGScrollEventUnit){
+    kCGScrollEventUnitPixel = 0,
+    kCGScrollEventUnitLine = 1,
+};
+typedef CF_ENUM(uint32_t, CGEventField){
+    kCGMouseEventNumber = 0,
+    kCGMouseEventClickState = 1,
+    kCGKeyboardEventKeycode = 9,
+};
+typedef CF_OPTIONS(uint64_t, CGEventFlags){
+    kCGEventFlagMaskAlphaShift = 0x00010000,
+    kCGEventFlagMaskShift = 0x00020000,
+    kCGEventFlagMaskControl = 0x00040000,
+    kCGEventFlagMaskAlternate = 0x00080000,
+    kCGEventFlagMaskCommand = 0x00100000,
+    kCGEventFlagMaskNumericPad = 0x00200000,
+    kCGEventFlagMaskHelp = 0x00400000,
+    kCGEventFlagMaskSecondaryFn = 0x00800000,
+    kCGEventFlagMaskNonCoalesced = 0x00000100,
+};
+CGEventRef CGEventCreate(CGEventSourceRef source);
+CGPoint CGEventGetLocation(CGEventRef event);
+CGEventRef CGEventCreateMouseEvent(CGEventSourceRef source, CGEventType mouseType, CGPoint mouseCursorPosition,
+                                   CGMouseButton mouseButton);
+CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtualKey, bool keyDown);
+CGEventRef CGEventCreateScrollWheelEvent2(CGEventSourceRef source, CGScrollEventUnit units, uint32_t wheelCount,
+                                          int32_t wheel1, int32_t wheel2, int32_t wheel3);
+void CGEventKeyboardSetUnicodeString(CGEventRef event, UniCharCount stringLength, const UniChar* unicodeString);
+void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
+void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, int64_t value);
+void CGEventPost(CGEventTapLocation tap, CGEventRef event);
+void CGEventPostToPid(pid_t pid, CGEventRef event);
+CGError CGWarpMouseCursorPosition(CGPoint newCursorPosition);
+
 // HIServices: AXError.h
 typedef CF_ENUM(SInt32, AXError){
     kAXErrorSuccess = 0,
