@@ -7,7 +7,7 @@ namespace tavlin::input {
 KeyTables makeKeyTables() {
   KeyTables t;
   // US ANSI positions. "delete" is the backspace key and "enter" the main Return key,
-  // on purpose; "+" has no entry because it separates the parts of a specification.
+  // on purpose; "+" has no entry because it separates the parts of a key combination.
   t.baseKeyCodes = {
       {"a", 0},         {"s", 1},          {"d", 2},       {"f", 3},        {"h", 4},       {"g", 5},
       {"z", 6},         {"x", 7},          {"c", 8},       {"v", 9},        {"b", 11},      {"q", 12},

@@ -1,5 +1,5 @@
 #pragma once
-// The names of press-key's key-specification language: 77 key names, and 9 modifier
+// The names of press-key's key-combination language: 77 key names, and 9 modifier
 // names with their event flags and left-hand key codes. Looked up lower-cased.
 #include <cstdint>
 #include <map>
