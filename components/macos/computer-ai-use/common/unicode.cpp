@@ -18,6 +18,17 @@ std::string utf8(const icu::UnicodeString& s) {
   return out;
 }
 
+// Composed (NFC), so that canonically equivalent spellings compare equal.
+std::string composed(const icu::UnicodeString& u) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
+  if (U_SUCCESS(status)) {
+    icu::UnicodeString normal = nfc->normalize(u, status);
+    if (U_SUCCESS(status)) return utf8(normal);
+  }
+  return utf8(u);
+}
+
 bool isSpaceOrNewline(UChar32 c) { return u_isUWhiteSpace(c) || c == 0x85; }
 
 // Calls `visit(end)` for each character boundary after the first; stops when it
@@ -44,26 +55,14 @@ void forEachCharacterEnd(const icu::UnicodeString& text, Visit visit) {
 std::string lowercased(const std::string& text) {
   icu::UnicodeString u = unicode(text);
   u.toLower(icu::Locale::getRoot());
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
-  if (U_SUCCESS(status)) {
-    icu::UnicodeString composed = nfc->normalize(u, status);
-    if (U_SUCCESS(status)) return utf8(composed);
-  }
-  return utf8(u);
+  return composed(u);
 }
 
 bool containsIgnoringCase(const std::string& text, const std::string& part) {
   auto folded = [](const std::string& s) {
     icu::UnicodeString u = unicode(s);
     u.foldCase();
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
-    if (U_SUCCESS(status)) {
-      icu::UnicodeString composed = nfc->normalize(u, status);
-      if (U_SUCCESS(status)) return utf8(composed);
-    }
-    return utf8(u);
+    return composed(u);
   };
   return folded(text).find(folded(part)) != std::string::npos;
 }

@@ -11,15 +11,7 @@ using tavlin::testing::writeText;
 
 namespace {
 
-struct Desktop {
-  TempDir dir;
-  std::string path = dir.file("desktop.json");
-  std::string log = dir.file("events.log");
-  explicit Desktop(const std::string& json) { writeText(path, json); }
-  ToolRun run(const std::vector<std::string>& args) {
-    return runTool(args, {{"TAVLIN_SIM_DESKTOP", path}, {"TAVLIN_SIM_EVENT_LOG", log}, {"HOME", dir.path()}});
-  }
-};
+using Desktop = tavlin::testing::DesktopFixture;
 
 const char* threeApps = R"({"tavlinDesktop": 1, "frontmostPid": 30, "apps": [
   {"pid": 10, "name": "beta", "bundleIdentifier": "org.beta"},

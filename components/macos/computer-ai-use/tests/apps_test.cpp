@@ -9,18 +9,11 @@ using namespace tavlin;
 using tavlin::sim::SimDesktop;
 using tavlin::sim::SimPlatform;
 
+using tavlin::testing::toolErrorOf;
+
 namespace {
 
 constexpr int64_t exactScore = 1000000;
-
-std::string errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const cli::ToolError& e) {
-    return e.description;
-  }
-  return "<no error>";
-}
 
 SimPlatform desktop(const std::string& apps, const std::string& extra = "") {
   std::string json = R"({"tavlinDesktop": 1, )" + extra + R"("apps": )" + apps + "}";
@@ -46,7 +39,7 @@ TEST(ExactPID, Selectors) {
   for (const auto& [query, pid] : accepted) EXPECT_EQ(apps::exactPID(query), pid) << query;
   for (const char* bad : {"pid:", "pid:0", "pid:-3", "pid:abc", "pid:+5", "pid: 5", "pid:2147483648", "pid:1.0",
                           "pid:\xD9\xA1"}) {
-    EXPECT_EQ(errorOf([&] { apps::exactPID(bad); }),
+    EXPECT_EQ(toolErrorOf([&] { apps::exactPID(bad); }),
               "--app pid:<PID> requires a positive decimal process identifier")
         << bad;
   }
@@ -89,14 +82,14 @@ TEST(ResolveApp, PicksTheBestCandidate) {
   EXPECT_EQ(resolve("bohem"), 18);       // a bundle match beats a name-only match
   EXPECT_EQ(resolve("pid:14"), 14);
   EXPECT_EQ(resolve("Twin"), 16);        // equal scores and names: the platform's order stands
-  EXPECT_EQ(errorOf([&] { resolve("pid:15"); }), "No running application has pid 15");
-  EXPECT_EQ(errorOf([&] { resolve("pid:12345"); }), "No running application has pid 12345");
+  EXPECT_EQ(toolErrorOf([&] { resolve("pid:15"); }), "No running application has pid 15");
+  EXPECT_EQ(toolErrorOf([&] { resolve("pid:12345"); }), "No running application has pid 12345");
   // pid 0 is never a candidate, even as an exact match. Every shown or regular
   // application scores, so the best of the rest wins: at equal scores, by name.
   EXPECT_EQ(resolve("Mail Zero"), 19);  // "Bohemian Rhapsody Player" sorts first
 
   SimPlatform nothing = desktop(R"([{"pid": 3, "name": "Agent", "hidden": true, "activationPolicy": "accessory"}])");
-  EXPECT_EQ(errorOf([&] { apps::resolveApp("Mail", nothing.workspace(), exactScore); }),
+  EXPECT_EQ(toolErrorOf([&] { apps::resolveApp("Mail", nothing.workspace(), exactScore); }),
             "No running application matches Mail");
   EXPECT_EQ(apps::resolveApp("agent", nothing.workspace(), exactScore).pid, 3);
 }
@@ -122,7 +115,7 @@ TEST(ActivateApp, VerifiedAgainstTheFrontmostApplication) {
     SimPlatform p = desktop(R"([{"pid": 1, "name": "Front"}, {"pid": 2, "name": "Target", )" + c.behaviour + "}]",
                             R"("frontmostPid": )" + c.frontmost + ", ");
     platform::RunningApplication target = p.workspace().runningApplications()[1];
-    EXPECT_EQ(errorOf([&] { apps::activateApp(target, p); }), c.expectedError.empty() ? "<no error>" : c.expectedError)
+    EXPECT_EQ(toolErrorOf([&] { apps::activateApp(target, p); }), c.expectedError.empty() ? "<no error>" : c.expectedError)
         << c.behaviour;
     EXPECT_EQ(p.desktop().elapsedMicroseconds(), c.expectedMicros) << c.behaviour;
   }

@@ -6,21 +6,10 @@
 #include "cli/arguments.h"
 #include "cli/tool_error.h"
 #include "cli/usage.h"
+#include "test_support.h"
 
 using namespace tavlin::cli;
-
-namespace {
-
-std::string errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const ToolError& e) {
-    return e.description;
-  }
-  return "<no error>";
-}
-
-}  // namespace
+using tavlin::testing::toolErrorOf;
 
 TEST(ParseArguments, CommandWordAndFlags) {
   struct Case {
@@ -47,10 +36,10 @@ TEST(ParseArguments, CommandWordAndFlags) {
 }
 
 TEST(ParseArguments, Failures) {
-  EXPECT_EQ(errorOf([] { parseArguments({}); }), std::string(usageText));
-  EXPECT_EQ(errorOf([] { parseArguments({"get-app-state", "Safari"}); }), "Unexpected argument Safari");
-  EXPECT_EQ(errorOf([] { parseArguments({"click", "--x", "1", "-y", "2"}); }), "Unexpected argument -y");
-  EXPECT_EQ(errorOf([] { parseArguments({"click", "-x"}); }), "Unexpected argument -x");
+  EXPECT_EQ(toolErrorOf([] { parseArguments({}); }), std::string(usageText));
+  EXPECT_EQ(toolErrorOf([] { parseArguments({"get-app-state", "Safari"}); }), "Unexpected argument Safari");
+  EXPECT_EQ(toolErrorOf([] { parseArguments({"click", "--x", "1", "-y", "2"}); }), "Unexpected argument -y");
+  EXPECT_EQ(toolErrorOf([] { parseArguments({"click", "-x"}); }), "Unexpected argument -x");
 }
 
 TEST(FlagReaders, AliasesInListOrderAndEmptyCountsAsMissing) {
@@ -64,13 +53,13 @@ TEST(FlagReaders, AliasesInListOrderAndEmptyCountsAsMissing) {
 
 TEST(FlagReaders, MissingFlagMessages) {
   Flags none;
-  EXPECT_EQ(errorOf([&] { requiredFlag(none, {"--app"}); }), "Missing required flag --app");
-  EXPECT_EQ(errorOf([&] { requiredFlag(none, {"--element-index", "--element_index"}); }),
+  EXPECT_EQ(toolErrorOf([&] { requiredFlag(none, {"--app"}); }), "Missing required flag --app");
+  EXPECT_EQ(toolErrorOf([&] { requiredFlag(none, {"--element-index", "--element_index"}); }),
             "Missing required flag --element-index or --element_index");
-  EXPECT_EQ(errorOf([&] { intFlag(none, {"--pages"}, std::nullopt); }), "Missing required flag --pages");
+  EXPECT_EQ(toolErrorOf([&] { intFlag(none, {"--pages"}, std::nullopt); }), "Missing required flag --pages");
   EXPECT_EQ(intFlag(none, {"--pages"}, 1), 1);
-  EXPECT_EQ(errorOf([&] { doubleFlag(none, {"--x"}); }), "Missing required flag --x");
-  EXPECT_EQ(errorOf([&] { doubleFlag(Flags{{"--x", ""}}, {"--x"}); }), "Missing required flag --x");
+  EXPECT_EQ(toolErrorOf([&] { doubleFlag(none, {"--x"}); }), "Missing required flag --x");
+  EXPECT_EQ(toolErrorOf([&] { doubleFlag(Flags{{"--x", ""}}, {"--x"}); }), "Missing required flag --x");
   EXPECT_EQ(uint32Flag(none, {"--window-id", "--window_id"}), std::nullopt);
 }
 
@@ -103,8 +92,8 @@ TEST(FlagReaders, Integers) {
       {"١", std::nullopt},  // Arabic-Indic digit
   };
   for (const auto& c : cases) EXPECT_EQ(parseInt64(c.text), c.value) << c.text;
-  EXPECT_EQ(errorOf([] { intFlag(Flags{{"--pages", "two"}}, {"--pages"}, 1); }), "--pages expects an integer");
-  EXPECT_EQ(errorOf([] { intFlag(Flags{{"--element_index", "1.5"}}, {"--element-index", "--element_index"}, {}); }),
+  EXPECT_EQ(toolErrorOf([] { intFlag(Flags{{"--pages", "two"}}, {"--pages"}, 1); }), "--pages expects an integer");
+  EXPECT_EQ(toolErrorOf([] { intFlag(Flags{{"--element_index", "1.5"}}, {"--element-index", "--element_index"}, {}); }),
             "--element-index / --element_index expects an integer");
 }
 
@@ -119,7 +108,7 @@ TEST(FlagReaders, UnsignedIntegers) {
       {"12a", std::nullopt}, {" 12", std::nullopt},
   };
   for (const auto& c : cases) EXPECT_EQ(parseUInt32(c.text), c.value) << c.text;
-  EXPECT_EQ(errorOf([] { uint32Flag(Flags{{"--window_id", "4294967296"}}, {"--window-id", "--window_id"}); }),
+  EXPECT_EQ(toolErrorOf([] { uint32Flag(Flags{{"--window_id", "4294967296"}}, {"--window-id", "--window_id"}); }),
             "--window-id / --window_id expects an unsigned integer");
   EXPECT_EQ(uint32Flag(Flags{{"--window_id", "77"}}, {"--window-id", "--window_id"}), 77u);
 }
@@ -137,7 +126,7 @@ TEST(FlagReaders, Doubles) {
   for (const auto& c : cases) EXPECT_EQ(parseDouble(c.text), c.value) << c.text;
   EXPECT_TRUE(std::isinf(*parseDouble("inf")));
   EXPECT_TRUE(std::isnan(*parseDouble("nan")));
-  EXPECT_EQ(errorOf([] { doubleFlag(Flags{{"--screen_x", "ten"}}, {"--screen-x", "--screen_x"}); }),
+  EXPECT_EQ(toolErrorOf([] { doubleFlag(Flags{{"--screen_x", "ten"}}, {"--screen-x", "--screen_x"}); }),
             "--screen-x / --screen_x expects a number");
 }
 

@@ -17,22 +17,17 @@ namespace {
 
 const std::string exampleDesktop = std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json";
 
-struct Desktop {
-  TempDir dir;
-  std::string path = dir.file("desktop.json");
-  std::string log = dir.file("events.log");
-  std::string cache = dir.file("home/Library/Caches/Tavlin/computer-ai-use-state");
+// Outputs with the temporary folder written as $TMP, so they compare as whole texts.
+struct Desktop : tavlin::testing::DesktopFixture {
+  using DesktopFixture::DesktopFixture;
+  std::string cache = dir.file("Library/Caches/Tavlin/computer-ai-use-state");
 
-  explicit Desktop(const std::string& json) {
-    writeText(path, json);
-    tavlin::common::createDirectories(dir.file("home"));
-  }
-  ToolRun run(const std::vector<std::string>& args) {
-    ToolRun r = runTool(args, {{"TAVLIN_SIM_DESKTOP", path}, {"TAVLIN_SIM_EVENT_LOG", log}, {"HOME", dir.file("home")}});
+  ToolRun run(const std::vector<std::string>& args, std::map<std::string, std::string> environment = {}) {
+    ToolRun r = DesktopFixture::run(args, std::move(environment));
     r.out = replaceAll(replaceAll(r.out, dir.path(), "$TMP"), replaceAll(dir.path(), "/", "\\/"), "$TMP");
     return r;
   }
-  std::string events() { return tavlin::common::exists(log) ? replaceAll(readText(log), dir.path(), "$TMP") : ""; }
+  std::string events() const { return replaceAll(DesktopFixture::events(), dir.path(), "$TMP"); }
 };
 
 std::string withCapture(const std::string& behaviour) {
@@ -112,9 +107,9 @@ TEST(GetAppState, CaptureFallbacksAndFailures) {
     Desktop d(withCapture(R"({"companion": "fails"})"));
     ToolRun run = d.run({"get-app-state", "--app", "Scribe"});
     EXPECT_EQ(run.status, 0);
-    EXPECT_NE(run.out.find("\nScreenshot: $TMP/home/"), std::string::npos);
+    EXPECT_NE(run.out.find("\nScreenshot: $TMP/Library/"), std::string::npos);
     EXPECT_NE(d.events().find("0.000 system run program=/usr/sbin/screencapture arguments=\"-x -R120,80,900,640 "
-                              "$TMP/home/Library/Caches/Tavlin/computer-ai-use-state/com.tavlin.example.scribe-4242.png\""),
+                              "$TMP/Library/Caches/Tavlin/computer-ai-use-state/com.tavlin.example.scribe-4242.png\""),
               std::string::npos)
         << d.events();
   }
@@ -124,9 +119,8 @@ TEST(GetAppState, CaptureFallbacksAndFailures) {
     ASSERT_EQ(d.run({"get-app-state", "--app", "Scribe"}).status, 0);
     std::string png = d.cache + "/com.tavlin.example.scribe-4242.png";
     ASSERT_TRUE(tavlin::common::exists(png));
-    writeText(d.path, replaceAll(readText(d.path), "\"accessibilityTrusted\": true,",
-                                 "\"accessibilityTrusted\": true, \"capture\": {\"companion\": \"fails\", "
-                                 "\"screencapture\": \"fails\"},"));
+    d.edit("\"accessibilityTrusted\": true,",
+           "\"accessibilityTrusted\": true, \"capture\": {\"companion\": \"fails\", \"screencapture\": \"fails\"},");
     ToolRun run = d.run({"get-app-state", "--app", "Scribe", "--format", "json"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out.find("screenshot"), std::string::npos);
@@ -159,8 +153,7 @@ TEST(GetAppState, Failures) {
 TEST(GetAppState, UnansweringApplicationEndsInBoundedTime) {
   Desktop d(R"({"tavlinDesktop": 1, "apps": [{"pid": 3, "name": "Hung", "responds": false,
       "ui": {"role": "AXApplication", "children": [{"role": "AXWindow", "children": [{"role": "AXButton"}]}]}}]})");
-  ToolRun run = runTool({"get-app-state", "--app", "Hung", "--format", "json"},
-                        {{"TAVLIN_SIM_DESKTOP", d.path}, {"HOME", d.dir.file("home")}, {"TAVLIN_AX_TIMEOUT", "0.5"}});
+  ToolRun run = d.run({"get-app-state", "--app", "Hung", "--format", "json"}, {{"TAVLIN_AX_TIMEOUT", "0.5"}});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("\"role\" : \"\""), std::string::npos);
   // Every call gives up after the time-out: 13 calls of 0.5 s (the probe, three window
@@ -169,7 +162,7 @@ TEST(GetAppState, UnansweringApplicationEndsInBoundedTime) {
   std::string state = readText(d.path);
   EXPECT_NE(state.find("\"elapsed\": 6.5"), std::string::npos) << state;
 
-  run = runTool({"get-app-state", "--app", "Hung"}, {{"TAVLIN_SIM_DESKTOP", d.path}, {"TAVLIN_AX_TIMEOUT", "soon"}});
+  run = d.run({"get-app-state", "--app", "Hung"}, {{"TAVLIN_AX_TIMEOUT", "soon"}});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "TAVLIN_AX_TIMEOUT must be a number of seconds above 0 and at most 600, not soon\n");
 }

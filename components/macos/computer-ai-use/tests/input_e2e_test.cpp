@@ -17,21 +17,14 @@ namespace {
 
 const std::string exampleDesktop = std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json";
 
-struct Desktop {
-  TempDir dir;
-  std::string path = dir.file("desktop.json");
-  std::string log = dir.file("events.log");
+struct Desktop : tavlin::testing::DesktopFixture {
+  explicit Desktop(const std::string& json = readText(exampleDesktop)) : DesktopFixture(json) {}
 
-  explicit Desktop(const std::string& json = readText(exampleDesktop)) { writeText(path, json); }
-  ToolRun run(const std::vector<std::string>& args) {
-    return runTool(args, {{"TAVLIN_SIM_DESKTOP", path}, {"TAVLIN_SIM_EVENT_LOG", log}, {"HOME", dir.path()}});
-  }
   // The log lines written since the last call. Element commands take a fresh
   // snapshot, screenshot included; its capture lines are left out unless asked for.
   std::vector<std::string> newEvents(bool withCaptures = false) {
     std::vector<std::string> lines;
-    if (!tavlin::common::exists(log)) return lines;
-    std::istringstream in(readText(log));
+    std::istringstream in(events());
     std::string line;
     size_t n = 0;
     for (; std::getline(in, line); ++n) {
@@ -41,7 +34,6 @@ struct Desktop {
     seen_ = n;
     return lines;
   }
-  void edit(const std::string& from, const std::string& to) { writeText(path, replaceAll(readText(path), from, to)); }
 
  private:
   size_t seen_ = 0;

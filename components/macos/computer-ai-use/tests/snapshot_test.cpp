@@ -14,6 +14,8 @@ using namespace tavlin::snapshot;
 using tavlin::sim::SimDesktop;
 using tavlin::sim::SimPlatform;
 
+using tavlin::testing::toolErrorOf;
+
 namespace {
 
 std::string repeat(const std::string& s, int n) {
@@ -28,15 +30,6 @@ ElementSnapshot element(int64_t index, int64_t depth, std::string role) {
   e.depth = depth;
   e.role = std::move(role);
   return e;
-}
-
-std::string errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const cli::ToolError& e) {
-    return e.description;
-  }
-  return "<no error>";
 }
 
 }  // namespace
@@ -187,7 +180,7 @@ TEST(StateCache, NamesAndPixelMapping) {
   AppStateSnapshot noFrame = s;
   noFrame.window->frame.reset();
   for (const AppStateSnapshot& bad : {noSize, zeroWidth, noFrame}) {
-    EXPECT_EQ(errorOf([&] { screenPoint(bad, "Notes", 1, 1); }), message);
+    EXPECT_EQ(toolErrorOf([&] { screenPoint(bad, "Notes", 1, 1); }), message);
   }
 }
 
@@ -285,7 +278,7 @@ TEST(StateCache, CachedStateRoundTripAndClearErrors) {
 
   const std::string missing = "Cannot read the cached state " + path +
                               " (No such file or directory). Call get-app-state first.";
-  EXPECT_EQ(errorOf([&] { loadCachedState(values, app); }), missing);
+  EXPECT_EQ(toolErrorOf([&] { loadCachedState(values, app); }), missing);
 
   AppStateSnapshot s;
   s.app = "Text Edit";
@@ -304,6 +297,6 @@ TEST(StateCache, CachedStateRoundTripAndClearErrors) {
   };
   for (const auto& [text, message] : damaged) {
     tavlin::testing::writeText(path, text);
-    EXPECT_EQ(errorOf([&] { loadCachedState(values, app); }), message);
+    EXPECT_EQ(toolErrorOf([&] { loadCachedState(values, app); }), message);
   }
 }

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "cli/tool_error.h"
 #include "common/files.h"
 #include "platform/posix_processes.h"
 
@@ -35,6 +36,30 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::s
   platform::ProcessResult result = platform::PosixProcesses().run(request);
   if (!result.launched) throw std::runtime_error("cannot run " + request.executable + ": " + result.launchError);
   return {result.exitStatus, result.standardOutput, result.standardError};
+}
+
+DesktopFixture::DesktopFixture(const std::string& json) { writeText(path, json); }
+
+ToolRun DesktopFixture::run(const std::vector<std::string>& arguments, std::map<std::string, std::string> environment) {
+  environment.emplace("TAVLIN_SIM_DESKTOP", path);
+  environment.emplace("TAVLIN_SIM_EVENT_LOG", log);
+  environment.emplace("HOME", dir.path());
+  return runTool(arguments, environment);
+}
+
+void DesktopFixture::edit(const std::string& from, const std::string& to) {
+  writeText(path, replaceAll(readText(path), from, to));
+}
+
+std::string DesktopFixture::events() const { return common::exists(log) ? readText(log) : ""; }
+
+std::string toolErrorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const cli::ToolError& e) {
+    return e.description;
+  }
+  return "<no error>";
 }
 
 std::string readText(const std::string& path) {

@@ -1,5 +1,6 @@
 #pragma once
 // Helpers shared by the tests: temporary folders and running the real binary.
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -29,6 +30,25 @@ struct ToolRun {
 // Runs the built executable with `arguments`. The environment is the test's own with
 // the Tavlin variables cleared, then `environment` applied.
 ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment = {});
+
+// A copy of a desktop file in a fresh folder (also the simulated user's home), and
+// runs of the tool against it with the event log beside it.
+class DesktopFixture {
+ public:
+  explicit DesktopFixture(const std::string& json);
+  ToolRun run(const std::vector<std::string>& arguments, std::map<std::string, std::string> environment = {});
+  // Replaces text in the desktop file, to change the desktop between runs.
+  void edit(const std::string& from, const std::string& to);
+  // The event log so far; empty when nothing was logged.
+  std::string events() const;
+
+  TempDir dir;
+  const std::string path = dir.file("desktop.json");
+  const std::string log = dir.file("events.log");
+};
+
+// The message of the ToolError `f` throws, or "<no error>".
+std::string toolErrorOf(const std::function<void()>& f);
 
 std::string readText(const std::string& path);
 void writeText(const std::string& path, const std::string& text);
