@@ -59,11 +59,11 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
 }
 
 TEST(AgentCommandLine, FormatIsReadCaseInsensitively) {
-  // Accepted formats get past flag reading to the desktop, which is missing here.
+  // Accepted formats get past flag reading to resolving the application.
+  tavlin::testing::DesktopFixture d(R"({"tavlinDesktop": 1})");
   for (const char* format : {"JSON", "Plugin", "plugin-json", "plugin_json"}) {
-    ToolRun run = runTool({"get-app-state", "--format", format, "--app", "Scribe"});
-    EXPECT_EQ(run.err, "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)\n")
-        << format;
+    ToolRun run = d.run({"get-app-state", "--format", format, "--app", "Scribe"});
+    EXPECT_EQ(run.err, "No running application matches Scribe\n") << format;
   }
 }
 

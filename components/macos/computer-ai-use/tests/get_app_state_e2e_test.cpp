@@ -30,6 +30,15 @@ struct Desktop : tavlin::testing::DesktopFixture {
   std::string events() const { return replaceAll(DesktopFixture::events(), dir.path(), "$TMP"); }
 };
 
+// What the tool names as its bundle: Tavlin.app for a bundled build, else the folder
+// of the executable.
+std::string mainBundleOfBinary() {
+  std::string binary = TAVLIN_BINARY;
+  size_t app = binary.find(".app/Contents/MacOS/");
+  if (app != std::string::npos) return binary.substr(0, app + 4);
+  return tavlin::common::deletingLastPathComponent(binary);
+}
+
 std::string withCapture(const std::string& behaviour) {
   std::string json = readText(exampleDesktop);
   return replaceAll(json, "\"accessibilityTrusted\": true,", "\"accessibilityTrusted\": true, \"capture\": " + behaviour + ",");
@@ -134,7 +143,7 @@ TEST(GetAppState, Failures) {
   const std::vector<std::tuple<std::string, std::vector<std::string>, std::string>> cases = {
       {R"({"tavlinDesktop": 1, "accessibilityTrusted": false})", {"get-app-state", "--app", "X"},
        "Accessibility permission is required for computer-ai-use.\nAdd this app in System Settings > Privacy & "
-       "Security > Accessibility:\n" + tavlin::common::deletingLastPathComponent(TAVLIN_BINARY)},
+       "Security > Accessibility:\n" + mainBundleOfBinary()},
       {R"({"tavlinDesktop": 1, "apps": [{"pid": 3, "name": "Locked", "ui": {"role": "AXApplication",
           "errors": {"AXRole": "apiDisabled"}}}]})",
        {"get-app-state", "--app", "Locked"}, "Accessibility API is disabled for computer-ai-use"},
