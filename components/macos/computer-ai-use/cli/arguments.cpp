@@ -1,6 +1,7 @@
 #include "cli/arguments.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <limits>
 
@@ -154,7 +155,9 @@ double doubleFlag(const Flags& flags, const FlagNames& names) {
   auto value = flagValue(flags, names);
   if (!value) throwMissing(names);
   auto parsed = parseDouble(*value);
-  if (!parsed) throw ToolError(joined(names, " / ") + " expects a number");
+  // "inf" and "nan" parse, but no coordinate, page count or time-out means them, and
+  // they would reach the events and the JSON printers.
+  if (!parsed || !std::isfinite(*parsed)) throw ToolError(joined(names, " / ") + " expects a number");
   return *parsed;
 }
 

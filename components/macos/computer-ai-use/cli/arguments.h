@@ -33,7 +33,7 @@ std::string requiredFlag(const Flags& flags, const FlagNames& names);
 std::optional<uint32_t> uint32Flag(const Flags& flags, const FlagNames& names);
 // Signed 64-bit; an absent value gives `fallback`, or the missing-flag error without one.
 int64_t intFlag(const Flags& flags, const FlagNames& names, std::optional<int64_t> fallback);
-// Required; parsed like Swift's Double(String).
+// Required; parsed like Swift's Double(String), and finite.
 double doubleFlag(const Flags& flags, const FlagNames& names);
 
 // Number grammar shared by the readers, exposed for the other positional parsers.

@@ -49,12 +49,11 @@ int main(int argc, char** argv) {
 
   const std::vector<std::string>& args = values.tavlinArguments;
   std::vector<std::string> rest(args.size() > 1 ? args.begin() + 1 : args.end(), args.end());
-  switch (entry::selectMode(args)) {
+  const entry::Mode mode = entry::selectMode(args);
+  switch (mode) {
     case entry::Mode::statusItemWithWindow:
-    case entry::Mode::statusItemWithoutWindow: {
-      int status = statusitem::runTavlinStatusItem(entry::selectMode(args) == entry::Mode::statusItemWithWindow);
-      entry::finish(status, values, *platform);
-    }
+    case entry::Mode::statusItemWithoutWindow:
+      entry::finish(statusitem::runTavlinStatusItem(mode == entry::Mode::statusItemWithWindow), values, *platform);
     case entry::Mode::statusItemDiagnostic:
       entry::finish(statusitem::runTavlinStatusItemDiagnostic(), values, *platform);
     case entry::Mode::backgroundWindowCapture: {

@@ -128,6 +128,9 @@ TEST(FlagReaders, Doubles) {
   EXPECT_TRUE(std::isnan(*parseDouble("nan")));
   EXPECT_EQ(toolErrorOf([] { doubleFlag(Flags{{"--screen_x", "ten"}}, {"--screen-x", "--screen_x"}); }),
             "--screen-x / --screen_x expects a number");
+  for (const char* notFinite : {"inf", "-Infinity", "nan", "1e999"}) {
+    EXPECT_EQ(toolErrorOf([&] { doubleFlag(Flags{{"--x", notFinite}}, {"--x"}); }), "--x expects a number") << notFinite;
+  }
 }
 
 TEST(Usage, TwentyFiveLinesWithoutFinalNewline) {
