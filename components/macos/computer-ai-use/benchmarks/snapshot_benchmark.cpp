@@ -18,32 +18,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "big_list_desktop.h"
+
 namespace {
 
 using nlohmann::ordered_json;
 
-ordered_json windowDesktop(int elements) {
-  const int cellsPerRow = 9;
-  ordered_json rows = ordered_json::array();
-  int made = 1;  // the window
-  for (int r = 0; made < elements; ++r) {
-    ordered_json cells = ordered_json::array();
-    ++made;
-    for (int c = 0; c < cellsPerRow && made < elements; ++c, ++made) {
-      cells.push_back({{"role", "AXStaticText"},
-                       {"value", "Row " + std::to_string(r) + " cell " + std::to_string(c)},
-                       {"position", {10 + c * 80, 40 + (r % 40) * 20}},
-                       {"size", {80, 20}}});
-    }
-    rows.push_back({{"role", "AXRow"}, {"actions", {"AXShowMenu"}}, {"children", cells}});
-  }
-  ordered_json window = {{"id", "window"}, {"role", "AXWindow"}, {"title", "Big list"},
-                         {"position", {0, 25}}, {"size", {800, 600}}, {"children", rows}};
-  return {{"tavlinDesktop", 1},
-          {"frontmostPid", 10},
-          {"apps", {{{"pid", 10}, {"name", "Lister"}, {"ui", {{"role", "AXApplication"}, {"children", {window}}}}}}},
-          {"windows", {{{"number", 5}, {"pid", 10}, {"bounds", {0, 25, 800, 600}}, {"name", "Big list"}}}}};
-}
 
 struct Run {
   double seconds = 0;
@@ -102,7 +82,7 @@ int main(int argc, char** argv) {
               "load-only MiB", "trips/elem");
   for (int n : sizes) {
     std::string desktop = dir + "/desktop-" + std::to_string(n) + ".json";
-    std::ofstream(desktop) << windowDesktop(n).dump();
+    std::ofstream(desktop) << tavlin::bench::bigListDesktop(n).dump();
     Run load = run(binary, {"list-apps"}, desktop, dir);
     uint64_t before = roundTrips(desktop);
     Run snap = run(binary, {"get-app-state", "--app", "Lister", "--format", "json"}, desktop, dir);
