@@ -101,7 +101,7 @@ void activateApp(const RunningApplication& app, platform::Platform& platform) {
                        (front ? std::to_string(front->pid) : "none"));
 }
 
-void handleListApps(entry::CommandContext& context, const cli::Flags&) {
+void handleListApps(runtime::CommandContext& context, const cli::Flags&) {
   platform::Workspace& workspace = context.platform.workspace();
   std::optional<int32_t> frontmost;
   if (auto app = workspace.frontmostApplication()) frontmost = app->pid;
@@ -131,14 +131,14 @@ void handleListApps(entry::CommandContext& context, const cli::Flags&) {
                     {"activationPolicy", policy},
                     {"activation_policy", policy}});
   }
-  cli::writeJSONObject(list);
+  cli::writeJSONObject(context.output, list);
 }
 
-void handleActivateApp(entry::CommandContext& context, const cli::Flags& flags) {
+void handleActivateApp(runtime::CommandContext& context, const cli::Flags& flags) {
   std::string query = cli::requiredFlag(flags, {"--app"});
   RunningApplication app = resolveApp(query, context.platform.workspace(), context.values.exactNameFirstScore);
   activateApp(app, context.platform);
-  cli::writeJSONObject({{"ok", true}, {"app", orEmpty(app.localizedName)}, {"pid", app.pid}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"app", orEmpty(app.localizedName)}, {"pid", app.pid}});
 }
 
 }  // namespace tavlin::apps

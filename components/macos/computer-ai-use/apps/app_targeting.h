@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cli/arguments.h"
-#include "entry/command_context.h"
+#include "runtime/command_context.h"
 #include "platform/workspace.h"
 
 namespace tavlin::apps {
@@ -26,7 +26,7 @@ platform::RunningApplication resolveApp(const std::string& query, platform::Work
 // until the application is frontmost. Throws ToolError otherwise.
 void activateApp(const platform::RunningApplication& app, platform::Platform& platform);
 
-void handleListApps(entry::CommandContext& context, const cli::Flags& flags);
-void handleActivateApp(entry::CommandContext& context, const cli::Flags& flags);
+void handleListApps(runtime::CommandContext& context, const cli::Flags& flags);
+void handleActivateApp(runtime::CommandContext& context, const cli::Flags& flags);
 
 }  // namespace tavlin::apps

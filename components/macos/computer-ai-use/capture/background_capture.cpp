@@ -1,11 +1,11 @@
 #include "capture/background_capture.h"
 
-#include "cli/json_output.h"
+#include "runtime/output.h"
 
 namespace tavlin::capture {
 
 int runBackgroundWindowCaptureHost(const std::vector<std::string>&) {
-  cli::writeAll(2, "background-window-capture is not available yet\n");
+  runtime::writeAll(2, "background-window-capture is not available yet\n");
   return 1;
 }
 

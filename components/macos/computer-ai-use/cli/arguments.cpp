@@ -97,7 +97,7 @@ std::optional<double> parseDouble(std::string_view text) {
 }
 
 ParsedCommand parseArguments(const std::vector<std::string>& arguments) {
-  if (arguments.empty()) throw ToolError(std::string(usageText));
+  if (arguments.empty()) throw ToolError::multiline(std::string(usageText));
   ParsedCommand parsed;
   parsed.command = arguments[0];
   for (size_t i = 1; i < arguments.size(); ++i) {

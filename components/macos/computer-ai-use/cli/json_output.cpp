@@ -199,20 +199,13 @@ std::string formatJSON(const Json& value, JsonFlavor flavor) {
 
 bool foundationKeyLess(std::string_view a, std::string_view b) { return keyCollator().less(a, b); }
 
-void writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t n = ::write(descriptor, bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
-    bytes.remove_prefix(static_cast<size_t>(n));
-  }
+void writeJSON(runtime::Output& output, const Json& encodedRecord) {
+  output.standardOutput(formatJSON(encodedRecord, JsonFlavor::encoder) + "\n");
 }
 
-void writeJSON(const Json& encodedRecord) { writeAll(1, formatJSON(encodedRecord, JsonFlavor::encoder) + "\n"); }
-
-void writeJSONObject(const Json& object) { writeAll(1, formatJSON(object, JsonFlavor::serialization) + "\n"); }
+void writeJSONObject(runtime::Output& output, const Json& object) {
+  output.standardOutput(formatJSON(object, JsonFlavor::serialization) + "\n");
+}
 
 std::string iso8601(std::chrono::system_clock::time_point time) {
   auto seconds = std::chrono::floor<std::chrono::seconds>(time);

@@ -4,13 +4,15 @@
 //    ISO 8601 dates (records encode dates with `iso8601` before printing);
 //  - writeJSONObject: JSONSerialization with pretty printing and sorted keys (slashes
 //    escaped, doubles with 17 significant digits).
-// Both write one document and a newline straight to descriptor 1.
+// Both write one document and a newline to the command's standard output.
 #include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
+
+#include "runtime/output.h"
 
 namespace tavlin::cli {
 
@@ -25,8 +27,8 @@ enum class JsonFlavor {
 // std::runtime_error for a value Foundation refuses (NaN or infinity).
 std::string formatJSON(const Json& value, JsonFlavor flavor);
 
-void writeJSON(const Json& encodedRecord);
-void writeJSONObject(const Json& object);
+void writeJSON(runtime::Output& output, const Json& encodedRecord);
+void writeJSONObject(runtime::Output& output, const Json& object);
 
 // Foundation's sorted-keys order: NSString comparison with numeric, case-insensitive
 // and forced ordering in the root locale (not byte order: "a_b" sorts before "aB").
@@ -36,9 +38,5 @@ bool foundationKeyLess(std::string_view a, std::string_view b);
 std::string iso8601(std::chrono::system_clock::time_point time);
 // The inverse, for decoding; absent for any other form.
 std::optional<std::chrono::system_clock::time_point> parseISO8601(std::string_view text);
-
-// Writes all bytes to a descriptor, retrying short writes; failures are ignored
-// because there is nobody left to tell.
-void writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace tavlin::cli

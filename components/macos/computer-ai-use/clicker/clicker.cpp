@@ -1,11 +1,11 @@
 #include "clicker/clicker.h"
 
-#include "cli/json_output.h"
+#include "runtime/output.h"
 
 namespace tavlin::clicker {
 
 int runClickerCompatibility(const std::vector<std::string>&) {
-  cli::writeAll(2, "clicker is not available yet\n");
+  runtime::writeAll(2, "clicker is not available yet\n");
   return 1;
 }
 

@@ -124,4 +124,80 @@ std::string prefixCharacters(const std::string& text, int64_t count) {
   return utf8(u.tempSubStringBetween(0, cut));
 }
 
+std::string repairingUTF8(std::string_view bytes) {
+  static const char replacement[] = "\xEF\xBF\xBD";
+  std::string out;
+  out.reserve(bytes.size());
+  size_t i = 0;
+  const size_t n = bytes.size();
+  auto at = [&](size_t k) { return static_cast<unsigned char>(bytes[k]); };
+  while (i < n) {
+    unsigned char lead = at(i);
+    if (lead < 0x80) {
+      out += static_cast<char>(lead);
+      ++i;
+      continue;
+    }
+    // The allowed range of the second byte depends on the lead (Unicode Table 3-7);
+    // later bytes are 80..BF.
+    size_t length = 0;
+    unsigned char low = 0x80, high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      if (lead == 0xE0) low = 0xA0;
+      if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4;
+      if (lead == 0xF0) low = 0x90;
+      if (lead == 0xF4) high = 0x8F;
+    }
+    if (length == 0) {
+      out += replacement;
+      ++i;
+      continue;
+    }
+    size_t k = 1;
+    for (; k < length && i + k < n; ++k) {
+      unsigned char c = at(i + k);
+      unsigned char lo = k == 1 ? low : 0x80, hi = k == 1 ? high : 0xBF;
+      if (c < lo || c > hi) break;
+    }
+    if (k == length) {
+      out.append(bytes.substr(i, length));
+    } else {
+      out += replacement;  // the maximal subpart: the lead and the valid bytes after it
+    }
+    i += k;
+  }
+  return out;
+}
+
+std::string escapingLineBreaks(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    switch (c) {
+      case '\n': out += "\\n"; continue;
+      case '\r': out += "\\r"; continue;
+      case '\v': out += "\\u000b"; continue;
+      case '\f': out += "\\u000c"; continue;
+      default: break;
+    }
+    std::string_view rest = text.substr(i);
+    if (rest.starts_with("\xC2\x85")) {
+      out += "\\u0085";
+      ++i;
+    } else if (rest.starts_with("\xE2\x80\xA8") || rest.starts_with("\xE2\x80\xA9")) {
+      out += rest[2] == '\xA8' ? "\\u2028" : "\\u2029";
+      i += 2;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
 }  // namespace tavlin::common

@@ -3,6 +3,7 @@
 // characters are extended grapheme clusters, lower-casing is Unicode's.
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tavlin::common {
@@ -20,6 +21,12 @@ bool containsIgnoringCase(const std::string& text, const std::string& part);
 std::vector<std::u16string> charactersUTF16(const std::string& text);
 // The text's Unicode scalars, each as UTF-16 code units (two for a scalar beyond the BMP).
 std::vector<std::u16string> scalarsUTF16(const std::string& text);
+// Valid UTF-8: each maximal ill-formed subsequence (Unicode's "maximal subpart")
+// becomes U+FFFD, as the platform repairs its argument strings.
+std::string repairingUTF8(std::string_view bytes);
+// Line breaks (CR, LF, VT, FF, NEL, U+2028, U+2029) written as escapes ("\n", "\r",
+// "\u2028", ...), so that a message that echoes a value stays one line.
+std::string escapingLineBreaks(std::string_view text);
 // The first `count` characters.
 std::string prefixCharacters(const std::string& text, int64_t count);
 

@@ -1,6 +1,8 @@
 #include "entry/agent_tool.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <cctype>
 #include <functional>
 #include <string_view>
@@ -10,6 +12,7 @@
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
 #include "cli/usage.h"
+#include "common/unicode.h"
 #include "input/background_paste.h"
 #include "input/keyboard_commands.h"
 #include "input/pointer_commands.h"
@@ -19,6 +22,7 @@
 namespace tavlin::entry {
 namespace {
 
+using runtime::CommandContext;
 using Handler = std::function<void(CommandContext&, const cli::Flags&)>;
 
 struct Command {
@@ -78,14 +82,15 @@ const std::vector<Command>& commandTable() {
       {{"scroll"}, input::handleScroll},
       {{"drag"}, input::handleDrag},
       {{"-h", "--help", "help"},
-       [](CommandContext&, const cli::Flags&) { cli::writeAll(1, std::string(cli::usageText) + "\n"); }},
+       [](CommandContext& context, const cli::Flags&) {
+         context.output.standardOutput(std::string(cli::usageText) + "\n");
+       }},
   };
   return table;
 }
 
-}  // namespace
-
-int runAgentTool(CommandContext& context) {
+// The handler's outcome: 0, or 1 with its one-line message on standard error.
+int runCommand(CommandContext& context) {
   try {
     cli::ParsedCommand parsed = cli::parseArguments(context.values.tavlinArguments);
     for (const Command& command : commandTable()) {
@@ -94,13 +99,42 @@ int runAgentTool(CommandContext& context) {
         return 0;
       }
     }
-    throw cli::ToolError(std::string(cli::usageText));
+    throw cli::ToolError::multiline(std::string(cli::usageText));
   } catch (const cli::ToolError& error) {
-    cli::writeAll(2, error.description + "\n");
+    std::string message = error.keepsLineBreaks ? error.description : common::escapingLineBreaks(error.description);
+    context.output.standardError(message + "\n");
+  } catch (const std::bad_alloc&) {
+    context.output.standardError("Out of memory\n");
   } catch (const std::exception& error) {
-    cli::writeAll(2, std::string(error.what()) + "\n");
+    context.output.standardError(common::escapingLineBreaks(error.what()) + "\n");
   }
   return 1;
+}
+
+}  // namespace
+
+int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform) {
+  runtime::BufferedOutput output;
+  CommandContext context{values, platform, output};
+  int status = runCommand(context);
+  // What the command did is recorded before its result is shown: a result for a change
+  // that was not recorded would be a lie.
+  try {
+    platform.commit();
+  } catch (const std::exception& error) {
+    if (status == 0) {
+      output.discardOutput();
+      output.standardError(common::escapingLineBreaks(error.what()) + "\n");
+      status = 1;
+    }
+  }
+  if (!runtime::writeAll(1, output.out()) && status == 0) {
+    output.standardError(std::string("Could not write the result to standard output: ") + std::strerror(errno) +
+                         "\n");
+    status = 1;
+  }
+  runtime::writeAll(2, output.err());
+  return status;
 }
 
 }  // namespace tavlin::entry

@@ -1,10 +1,14 @@
 #pragma once
-#include "entry/command_context.h"
+#include "platform/platform.h"
+#include "runtime/process_values.h"
 
 namespace tavlin::entry {
 
-// Parses the agent command line, runs its handler and reports any failure on
-// standard error (the single catch). Returns the exit status: 0 or 1.
-int runAgentTool(CommandContext& context);
+// Parses the agent command line, runs its handler, records its effects
+// (Platform::commit) and only then writes its result to descriptor 1; any failure is
+// one line on descriptor 2 (the single catch). Returns the exit status: 0 or 1. A
+// command whose effect could not be recorded, or whose result could not be written,
+// exits 1.
+int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform);
 
 }  // namespace tavlin::entry

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "common/files.h"
 
 namespace tavlin::entry {
@@ -28,9 +30,26 @@ TavlinStartup stripTavlinIPC(const std::vector<std::string>& rawArguments) {
   return startup;
 }
 
+void reserveStandardDescriptors() {
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    if (::fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) continue;
+    // open() takes the lowest free descriptor, which is this one.
+    int fd = ::open("/dev/null", O_RDWR);
+    if (fd >= 0 && fd != descriptor) ::close(fd);
+  }
+}
+
 void redirectDescriptor(int descriptor, const std::string& path) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  // Non-blocking so that a FIFO planted there cannot stall the start; only a regular
+  // file is taken.
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
   if (fd < 0) return;
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return;
+  }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   ::fchmod(fd, 0600);  // an older file may have been created more open
   ::dup2(fd, descriptor);
   ::close(fd);
@@ -43,6 +62,8 @@ TavlinStartup configureTavlinIPC(const std::vector<std::string>& rawArguments) {
   common::createDirectories(directory, 0700);
   redirectDescriptor(1, common::appendPathComponent(directory, "stdout"));
   redirectDescriptor(2, common::appendPathComponent(directory, "stderr"));
+  // Written aside and renamed into place, so a link planted as "pid" is replaced, not
+  // followed.
   common::writeFileAtomically(common::appendPathComponent(directory, "pid"), std::to_string(::getpid()) + "\n");
   startup.ipcDirectory = directory;
   return startup;

@@ -5,12 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "runtime/process_values.h"
+
 namespace tavlin::entry {
 
-struct TavlinStartup {
-  std::vector<std::string> arguments;       // without argv[0] and the IPC option
-  std::optional<std::string> ipcDirectory;  // absent unless the option had a value
-};
+using runtime::TavlinStartup;
 
 // Only the argument rewriting, no side effects.
 TavlinStartup stripTavlinIPC(const std::vector<std::string>& rawArguments);
@@ -20,8 +19,12 @@ TavlinStartup stripTavlinIPC(const std::vector<std::string>& rawArguments);
 // supervisor that cannot be reached never changes the tool's behaviour.
 TavlinStartup configureTavlinIPC(const std::vector<std::string>& rawArguments);
 
-// Points `descriptor` at a new, empty file (0600); leaves it alone if that fails.
+// Points `descriptor` at a new, empty file (0600); leaves it alone if that fails or
+// if `path` is a symbolic link (a planted link must not redirect the tool's output).
 void redirectDescriptor(int descriptor, const std::string& path);
+
+// Opens /dev/null on each of descriptors 0, 1 and 2 that is closed.
+void reserveStandardDescriptors();
 
 // Records the exit status ("N\n") in the IPC directory; failures are ignored.
 void writeIPCExitCode(const std::string& ipcDirectory, int status);

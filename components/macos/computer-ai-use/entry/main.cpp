@@ -8,11 +8,13 @@
 
 #include "capture/background_capture.h"
 #include "clicker/clicker.h"
+#include "common/unicode.h"
 #include "entry/agent_tool.h"
 #include "entry/ipc.h"
 #include "entry/modes.h"
 #include "entry/process_values.h"
 #include "platform/platform.h"
+#include "runtime/output.h"
 #include "statusitem/status_item.h"
 
 namespace tavlin::entry {
@@ -24,12 +26,17 @@ std::optional<std::string> environment(const char* name) {
   return std::string(value);
 }
 
-// The only way the tool modes end: flush, let the platform persist what changed,
-// record the status for a supervisor, exit.
-[[noreturn]] void finish(int status, const ProcessValues& values, platform::Platform& platform) {
+// The only way the tool modes end: flush, let the platform record what changed (a
+// failure to do so fails the process), record the status for a supervisor, exit.
+[[noreturn]] void finish(int status, const runtime::ProcessValues& values, platform::Platform& platform) {
   std::fflush(stdout);
   std::fflush(stderr);
-  platform.commit();
+  try {
+    platform.commit();
+  } catch (const std::exception& error) {
+    runtime::writeAll(2, common::escapingLineBreaks(error.what()) + "\n");
+    status = 1;
+  }
   if (values.tavlinIPCDirectory) writeIPCExitCode(*values.tavlinIPCDirectory, status);
   std::exit(status);
 }
@@ -39,11 +46,17 @@ std::optional<std::string> environment(const char* name) {
 
 int main(int argc, char** argv) {
   using namespace tavlin;
-  std::vector<std::string> raw(argv + (argc > 0 ? 1 : 0), argv + argc);
+  // Descriptors 0 to 2 are taken before anything is opened, so that no file of the
+  // tool (a desktop lock, a cache file) can become its standard output.
+  entry::reserveStandardDescriptors();
+  // As the platform does for its own argument strings: every text the tool prints
+  // and every JSON document it writes is then valid UTF-8.
+  std::vector<std::string> raw;
+  for (int i = 1; i < argc; ++i) raw.push_back(common::repairingUTF8(argv[i]));
   entry::TavlinStartup startup = entry::configureTavlinIPC(raw);
 
   std::unique_ptr<platform::Platform> platform = platform::makePlatform(argc > 0 ? argv[0] : "");
-  const entry::ProcessValues values = entry::makeProcessValues(
+  const runtime::ProcessValues values = entry::makeProcessValues(
       std::move(startup), platform->workspace(),
       {entry::environment("TAVLIN_INSTALL_ROOT"), entry::environment("TAVLIN_AX_TIMEOUT"), argc > 0 ? argv[0] : ""});
 
@@ -62,10 +75,8 @@ int main(int argc, char** argv) {
     }
     case entry::Mode::clicker:
       entry::finish(clicker::runClickerCompatibility(rest), values, *platform);
-    case entry::Mode::agentTool: {
-      entry::CommandContext context{values, *platform};
-      entry::finish(entry::runAgentTool(context), values, *platform);
-    }
+    case entry::Mode::agentTool:
+      entry::finish(entry::runAgentTool(values, *platform), values, *platform);
   }
   return 1;
 }

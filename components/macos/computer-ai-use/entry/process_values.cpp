@@ -6,9 +6,9 @@
 
 namespace tavlin::entry {
 
-ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& workspace,
+runtime::ProcessValues makeProcessValues(runtime::TavlinStartup startup, platform::Workspace& workspace,
                                 const StartupEnvironment& environment) {
-  ProcessValues v;
+  runtime::ProcessValues v;
   v.tavlinStartup = std::move(startup);
   v.tavlinArguments = v.tavlinStartup.arguments;
   v.tavlinIPCDirectory = v.tavlinStartup.ipcDirectory;
@@ -23,7 +23,7 @@ ProcessValues makeProcessValues(TavlinStartup startup, platform::Workspace& work
                            "AXChildrenInNavigationOrder"};
   v.exactNameFirstScore = 1000000;
   v.bwcTimestampFormatter = common::CompactTimestampFormatter{};
-  v.keyTables = input::makeKeyTables();
+  v.keyTables = runtime::makeKeyTables();
   v.programPath = environment.programPath;
   v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
   return v;

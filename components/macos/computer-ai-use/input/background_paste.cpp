@@ -48,7 +48,7 @@ constexpr uint16_t keyA = 0, keyV = 9, keyBackspace = 51;
 
 }  // namespace
 
-void handleBackgroundPasteClipboard(entry::CommandContext& context, const cli::Flags& flags) {
+void handleBackgroundPasteClipboard(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::Platform& platform = context.platform;
   ensureTrusted(context);
   platform::Workspace& workspace = platform.workspace();
@@ -144,7 +144,7 @@ void handleBackgroundPasteClipboard(entry::CommandContext& context, const cli::F
   if (state.snapshot.screenshotPath) {
     both(result, "screenshotPath", "screenshot_path", *state.snapshot.screenshotPath);
   }
-  cli::writeJSONObject(result);
+  cli::writeJSONObject(context.output, result);
 }
 
 }  // namespace tavlin::input

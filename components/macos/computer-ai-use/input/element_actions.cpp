@@ -9,18 +9,18 @@
 
 namespace tavlin::input {
 
-void ensureTrusted(entry::CommandContext& context) {
+void ensureTrusted(runtime::CommandContext& context) {
   snapshot::ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                                        snapshot::messagingTimeout(context.values.accessibilityTimeoutSetting));
 }
 
-platform::RunningApplication openCommand(entry::CommandContext& context, const cli::Flags& flags) {
+platform::RunningApplication openCommand(runtime::CommandContext& context, const cli::Flags& flags) {
   ensureTrusted(context);
   return apps::resolveApp(cli::requiredFlag(flags, {"--app"}), context.platform.workspace(),
                           context.values.exactNameFirstScore);
 }
 
-void withCurrentTraversedElement(entry::CommandContext& context, const platform::RunningApplication& app,
+void withCurrentTraversedElement(runtime::CommandContext& context, const platform::RunningApplication& app,
                                  int64_t index, const std::optional<std::string>& titleContains,
                                  std::optional<uint32_t> windowID,
                                  const std::function<void(const snapshot::TraversedElement&)>& body) {
@@ -42,7 +42,7 @@ platform::Point elementCenter(const snapshot::TraversedElement& element) {
   return {frame->x + frame->width / 2, frame->y + frame->height / 2};
 }
 
-platform::Point loadPointFromCachedScreenshot(entry::CommandContext& context, const platform::RunningApplication& app,
+platform::Point loadPointFromCachedScreenshot(runtime::CommandContext& context, const platform::RunningApplication& app,
                                               double x, double y) {
   snapshot::AppStateSnapshot cached = snapshot::loadCachedState(context.values, app);
   return snapshot::screenPoint(cached, cached.app, x, y);

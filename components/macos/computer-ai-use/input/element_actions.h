@@ -7,19 +7,20 @@
 #include <string>
 
 #include "cli/json_output.h"
-#include "entry/command_context.h"
+#include "cli/arguments.h"
+#include "runtime/command_context.h"
 #include "snapshot/snapshot_model.h"
 
 namespace tavlin::input {
 
 // The permission gate, with the configured messaging time-out; throws ToolError.
-void ensureTrusted(entry::CommandContext& context);
+void ensureTrusted(runtime::CommandContext& context);
 // The permission gate and --app resolution; throws ToolError.
-platform::RunningApplication openCommand(entry::CommandContext& context, const cli::Flags& flags);
+platform::RunningApplication openCommand(runtime::CommandContext& context, const cli::Flags& flags);
 
 // Runs `body` on the element with this index in a fresh walk of the selected window.
 // Throws "Element index N not found".
-void withCurrentTraversedElement(entry::CommandContext& context, const platform::RunningApplication& app,
+void withCurrentTraversedElement(runtime::CommandContext& context, const platform::RunningApplication& app,
                                  int64_t index, const std::optional<std::string>& titleContains,
                                  std::optional<uint32_t> windowID,
                                  const std::function<void(const snapshot::TraversedElement&)>& body);
@@ -28,7 +29,7 @@ void withCurrentTraversedElement(entry::CommandContext& context, const platform:
 platform::Point elementCenter(const snapshot::TraversedElement& element);
 
 // A pixel of the last cached screenshot of the application, in screen points.
-platform::Point loadPointFromCachedScreenshot(entry::CommandContext& context, const platform::RunningApplication& app,
+platform::Point loadPointFromCachedScreenshot(runtime::CommandContext& context, const platform::RunningApplication& app,
                                               double x, double y);
 
 // Checks the live action names first; throws ToolError with the available names, or

@@ -107,13 +107,13 @@ void postUnicodeText(platform::Platform& platform, const std::string& text) {
   }
 }
 
-std::optional<uint16_t> keyCode(const KeyTables& tables, const std::string& name) {
+std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::string& name) {
   auto it = tables.baseKeyCodes.find(lowerASCII(name));
   if (it == tables.baseKeyCodes.end()) return std::nullopt;
   return it->second;
 }
 
-void postKeyCombo(platform::Platform& platform, const KeyTables& tables, const std::string& spec) {
+void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& spec) {
   std::vector<std::string> pieces;
   size_t start = 0;
   for (size_t i = 0; i <= spec.size(); ++i) {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "input/key_tables.h"
+#include "runtime/key_tables.h"
 #include "platform/platform.h"
 
 namespace tavlin::input {
@@ -24,8 +24,8 @@ platform::EventType mouseType(MouseButton button, bool down, bool dragging = fal
 void postMouseClick(platform::Platform& platform, platform::Point at, MouseButton button, int64_t clickCount);
 void postDrag(platform::Platform& platform, platform::Point from, platform::Point to, MouseButton button);
 void postUnicodeText(platform::Platform& platform, const std::string& text);
-void postKeyCombo(platform::Platform& platform, const KeyTables& tables, const std::string& spec);
-std::optional<uint16_t> keyCode(const KeyTables& tables, const std::string& name);
+void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& spec);
+std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::string& name);
 
 // --- to one process ---
 void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t keyCode, uint64_t flags, bool keyDown,

@@ -16,24 +16,24 @@ std::string nameOf(const platform::RunningApplication& app) { return app.localiz
 
 }  // namespace
 
-void handleTypeText(entry::CommandContext& context, const cli::Flags& flags) {
+void handleTypeText(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   std::string text = cli::requiredFlag(flags, {"--text"});
   apps::activateApp(app, context.platform);
   postUnicodeText(context.platform, text);
   int64_t length = common::characterCount(text);
-  cli::writeJSONObject({{"ok", true}, {"app", nameOf(app)}, {"typedLength", length}, {"typed_length", length}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"app", nameOf(app)}, {"typedLength", length}, {"typed_length", length}});
 }
 
-void handlePressKey(entry::CommandContext& context, const cli::Flags& flags) {
+void handlePressKey(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   std::string key = cli::requiredFlag(flags, {"--key"});
   apps::activateApp(app, context.platform);
   postKeyCombo(context.platform, context.values.keyTables, key);
-  cli::writeJSONObject({{"ok", true}, {"app", nameOf(app)}, {"key", key}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"app", nameOf(app)}, {"key", key}});
 }
 
-void handleSetValue(entry::CommandContext& context, const cli::Flags& flags) {
+void handleSetValue(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
   std::string value = cli::requiredFlag(flags, {"--value"});
@@ -42,17 +42,17 @@ void handleSetValue(entry::CommandContext& context, const cli::Flags& flags) {
   withCurrentTraversedElement(context, app, index, title, windowID, [&](const auto& element) {
     setAXValue(context.platform.accessibility(), element.element, value);
   });
-  cli::writeJSONObject({{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"value", value}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"value", value}});
 }
 
-void handleSecondaryAction(entry::CommandContext& context, const cli::Flags& flags) {
+void handleSecondaryAction(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
   std::string action = cli::requiredFlag(flags, {"--action"});
   withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
     performAXAction(context.platform.accessibility(), element.element, action);
   });
-  cli::writeJSONObject({{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"action", action}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"action", action}});
 }
 
 }  // namespace tavlin::input

@@ -16,7 +16,7 @@ const cli::FlagNames elementIndexFlags = {"--element-index", "--element_index"};
 
 }  // namespace
 
-void handleClick(entry::CommandContext& context, const cli::Flags& flags) {
+void handleClick(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   apps::activateApp(app, context.platform);
   int64_t clickCount = cli::intFlag(flags, {"--click-count", "--click_count"}, 1);
@@ -33,12 +33,12 @@ void handleClick(entry::CommandContext& context, const cli::Flags& flags) {
       // element that cannot be located on screen at all.
       if (button == MouseButton::left && clickCount == 1 && !s.frame && pressable) {
         performAXAction(context.platform.accessibility(), element.element, "AXPress");
-        cli::writeJSONObject({{"ok", true}, {"method", "ax"}, {"elementIndex", index}, {"element_index", index}});
+        cli::writeJSONObject(context.output, {{"ok", true}, {"method", "ax"}, {"elementIndex", index}, {"element_index", index}});
         return;
       }
       platform::Point point = elementCenter(element);
       postMouseClick(context.platform, point, button, clickCount);
-      cli::writeJSONObject({{"ok", true},
+      cli::writeJSONObject(context.output, {{"ok", true},
                             {"method", "mouse"},
                             {"elementIndex", index},
                             {"element_index", index},
@@ -53,7 +53,7 @@ void handleClick(entry::CommandContext& context, const cli::Flags& flags) {
   platform::Point point = loadPointFromCachedScreenshot(context, app, x, y);
   postMouseClick(context.platform, point, button, clickCount);
   platform::Point image{x, y};
-  cli::writeJSONObject({{"ok", true},
+  cli::writeJSONObject(context.output, {{"ok", true},
                         {"method", "mouse"},
                         {"screenPoint", pointJSON(point)},
                         {"screen_point", pointJSON(point)},
@@ -61,7 +61,7 @@ void handleClick(entry::CommandContext& context, const cli::Flags& flags) {
                         {"image_point", pointJSON(image)}});
 }
 
-void handleScroll(entry::CommandContext& context, const cli::Flags& flags) {
+void handleScroll(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
   std::string direction = cli::requiredFlag(flags, {"--direction"});
@@ -85,7 +85,7 @@ void handleScroll(entry::CommandContext& context, const cli::Flags& flags) {
                                                                    horizontal, 0);
     if (!event) throw cli::ToolError("Could not create scroll event");
     context.platform.events().post(platform::EventTap::hid, *event);
-    cli::writeJSONObject({{"ok", true},
+    cli::writeJSONObject(context.output, {{"ok", true},
                           {"elementIndex", index},
                           {"element_index", index},
                           {"direction", direction},
@@ -93,7 +93,7 @@ void handleScroll(entry::CommandContext& context, const cli::Flags& flags) {
   });
 }
 
-void handleDrag(entry::CommandContext& context, const cli::Flags& flags) {
+void handleDrag(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   apps::activateApp(app, context.platform);
   double fromX = cli::doubleFlag(flags, {"--from-x", "--from_x"});
@@ -103,7 +103,7 @@ void handleDrag(entry::CommandContext& context, const cli::Flags& flags) {
   platform::Point from = loadPointFromCachedScreenshot(context, app, fromX, fromY);
   platform::Point to = loadPointFromCachedScreenshot(context, app, toX, toY);
   postDrag(context.platform, from, to, MouseButton::left);
-  cli::writeJSONObject({{"ok", true}, {"from", pointJSON(from)}, {"to", pointJSON(to)}});
+  cli::writeJSONObject(context.output, {{"ok", true}, {"from", pointJSON(from)}, {"to", pointJSON(to)}});
 }
 
 }  // namespace tavlin::input

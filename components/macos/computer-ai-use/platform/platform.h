@@ -25,9 +25,11 @@ class Platform {
   virtual ScreenCapture& screenCapture() = 0;
   virtual Clock& clock() = 0;
   virtual Processes& processes() = 0;
-  // Called once as the process ends, on every path: a simulated desktop writes its
-  // changed state back here. Must not throw.
-  virtual void commit() noexcept = 0;
+  // Records what changed (a simulated desktop writes its state back and appends its
+  // event log). Called as a command ends, on every path; calling it again with
+  // nothing new does nothing. Throws std::exception with a one-line message when the
+  // change could not be recorded, so that the command does not report success.
+  virtual void commit() = 0;
 };
 
 // The simulated desktop when TAVLIN_SIM_DESKTOP is set (or on a system without a real

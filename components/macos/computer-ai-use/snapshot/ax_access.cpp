@@ -85,7 +85,7 @@ void ensureAccessibilityTrusted(platform::Platform& platform, const std::string&
     std::string name = platform.workspace().mainBundlePath();
     if (name.empty()) name = programPath;
     if (name.empty()) name = "Tavlin";
-    throw cli::ToolError(
+    throw cli::ToolError::multiline(
         "Accessibility permission is required for computer-ai-use.\n"
         "Add this app in System Settings > Privacy & Security > Accessibility:\n" +
         name);

@@ -90,7 +90,7 @@ std::string pluginText(const AppStateSnapshot& s) {
   return text;
 }
 
-CurrentState fetchCurrentState(entry::CommandContext& context, const platform::RunningApplication& app,
+CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
   platform::Platform& platform = context.platform;
   platform::Accessibility& ax = platform.accessibility();
@@ -141,7 +141,7 @@ CurrentState fetchCurrentState(entry::CommandContext& context, const platform::R
   return state;
 }
 
-void handleGetAppState(entry::CommandContext& context, const std::string& appQuery, AppStateFormat format,
+void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                              messagingTimeout(context.values.accessibilityTimeoutSetting));
@@ -151,10 +151,10 @@ void handleGetAppState(entry::CommandContext& context, const std::string& appQue
   const AppStateSnapshot& s = state.snapshot;
   switch (format) {
     case AppStateFormat::plugin:
-      cli::writeAll(1, pluginText(s) + "\n");
+      context.output.standardOutput(pluginText(s) + "\n");
       break;
     case AppStateFormat::json:
-      cli::writeJSON(encode(s));
+      cli::writeJSON(context.output, encode(s));
       break;
     case AppStateFormat::pluginJson:
     case AppStateFormat::pluginJSON: {
@@ -164,7 +164,7 @@ void handleGetAppState(entry::CommandContext& context, const std::string& appQue
       if (s.focusedElementIndex) envelope["focused_element_index"] = *s.focusedElementIndex;
       if (s.window && s.window->windowID) envelope["window_id"] = *s.window->windowID;
       if (s.window) envelope["window_title"] = s.window->title ? cli::Json(*s.window->title) : cli::Json(nullptr);
-      cli::writeJSONObject(envelope);
+      cli::writeJSONObject(context.output, envelope);
       break;
     }
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "entry/command_context.h"
+#include "runtime/command_context.h"
 #include "snapshot/app_state_format.h"
 #include "snapshot/snapshot_model.h"
 
@@ -18,7 +18,7 @@ struct CurrentState {
 };
 
 // Walks the selected window, captures it and writes the cache file. Throws ToolError.
-CurrentState fetchCurrentState(entry::CommandContext& context, const platform::RunningApplication& app,
+CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
@@ -27,7 +27,7 @@ std::string elementName(const ElementSnapshot& element);
 std::string describeElement(const ElementSnapshot& element);
 std::string pluginText(const AppStateSnapshot& snapshot);
 
-void handleGetAppState(entry::CommandContext& context, const std::string& appQuery, AppStateFormat format,
+void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
 
 }  // namespace tavlin::snapshot

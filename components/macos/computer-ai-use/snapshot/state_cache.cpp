@@ -47,7 +47,7 @@ void ensureCacheDirectory(const std::string& cacheDirectory) {
 
 namespace {
 
-std::string cacheFile(const entry::ProcessValues& values, const platform::RunningApplication& app,
+std::string cacheFile(const runtime::ProcessValues& values, const platform::RunningApplication& app,
                       const char* extension) {
   return common::appendPathComponent(values.cacheDirectoryURL,
                                      cacheStem(app) + "-" + std::to_string(app.pid) + extension);
@@ -62,12 +62,12 @@ std::optional<CapturedImage> finished(platform::Platform& platform, const platfo
 
 }  // namespace
 
-std::string cacheFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+std::string cacheFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
   ensureCacheDirectory(values.cacheDirectoryURL);
   return cacheFile(values, app, ".json");
 }
 
-std::string screenshotFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+std::string screenshotFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
   return cacheFile(values, app, ".png");
 }
 
@@ -77,7 +77,7 @@ std::optional<SizePayload> readImageSize(platform::Platform& platform, const std
   return SizePayload{size->width, size->height};
 }
 
-std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const entry::ProcessValues& values,
+std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const runtime::ProcessValues& values,
                                                 const platform::RunningApplication& app,
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
                                                 const std::optional<platform::Rect>& fallbackFrame) {
@@ -124,7 +124,7 @@ void writeCachedState(const AppStateSnapshot& snapshot) {
   }
 }
 
-AppStateSnapshot loadCachedState(const entry::ProcessValues& values, const platform::RunningApplication& app) {
+AppStateSnapshot loadCachedState(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
   std::string path = cacheFile(values, app, ".json");
   errno = 0;
   auto text = common::readFile(path);

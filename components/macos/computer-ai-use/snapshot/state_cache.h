@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "entry/process_values.h"
+#include "runtime/process_values.h"
 #include "platform/platform.h"
 #include "snapshot/root_window.h"
 #include "snapshot/snapshot_model.h"
@@ -20,8 +20,8 @@ std::string cacheStem(const platform::RunningApplication& app);
 
 // Throws ToolError when the folder cannot be made.
 void ensureCacheDirectory(const std::string& cacheDirectory);
-std::string cacheFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app);
-std::string screenshotFileURL(const entry::ProcessValues& values, const platform::RunningApplication& app);
+std::string cacheFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app);
+std::string screenshotFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app);
 
 // How long one run of a screenshot tool may take before it counts as failed.
 inline constexpr double captureToolTimeout = 30.0;
@@ -34,7 +34,7 @@ struct CapturedImage {
 // Captures the window into the screenshot file: through the companion capture tool
 // when it is installed, else the system screenshot tool over the window's rectangle.
 // Never fails the command: any failure gives nothing (and no stale file is left).
-std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const entry::ProcessValues& values,
+std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const runtime::ProcessValues& values,
                                                 const platform::RunningApplication& app,
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
                                                 const std::optional<platform::Rect>& fallbackFrame);
@@ -46,7 +46,7 @@ void writeCachedState(const AppStateSnapshot& snapshot);
 
 // The last snapshot of this process. Throws ToolError naming the file and what is
 // wrong when it is missing, unreadable, not JSON or not a snapshot.
-AppStateSnapshot loadCachedState(const entry::ProcessValues& values, const platform::RunningApplication& app);
+AppStateSnapshot loadCachedState(const runtime::ProcessValues& values, const platform::RunningApplication& app);
 
 // Screenshot pixels to screen points through the cached window frame and image size.
 // Throws ToolError "No cached screenshot/window mapping for <app>. Call get-app-state first."

@@ -6,6 +6,7 @@
 
 using namespace tavlin;
 using namespace tavlin::input;
+using namespace tavlin::runtime;
 using tavlin::sim::SimDesktop;
 using tavlin::sim::SimPlatform;
 

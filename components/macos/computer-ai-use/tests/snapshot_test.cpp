@@ -268,7 +268,7 @@ TEST(RootWindow, ServerOrderWithoutTitleOrFrame) {
 
 TEST(StateCache, CachedStateRoundTripAndClearErrors) {
   tavlin::testing::TempDir tmp;
-  entry::ProcessValues values;
+  runtime::ProcessValues values;
   values.cacheDirectoryURL = tmp.file("cache");
   platform::RunningApplication app;
   app.pid = 42;

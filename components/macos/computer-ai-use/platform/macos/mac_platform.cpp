@@ -20,7 +20,7 @@ class MacPlatform final : public platform::Platform {
   platform::ScreenCapture& screenCapture() override { return capture_; }
   platform::Clock& clock() override { return clock_; }
   platform::Processes& processes() override { return processes_; }
-  void commit() noexcept override {}
+  void commit() override {}
 
  private:
   MacAccessibility accessibility_;

@@ -542,13 +542,8 @@ SimDesktop& SimPlatform::desktop() {
   return *desktop_;
 }
 
-void SimPlatform::commit() noexcept {
-  if (!desktop_) return;
-  try {
-    desktop_->commit();
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "%s\n", e.what());
-  }
+void SimPlatform::commit() {
+  if (desktop_) desktop_->commit();
 }
 
 SimSettings simSettingsFromEnvironment(const std::string& executablePath) {

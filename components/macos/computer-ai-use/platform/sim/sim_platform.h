@@ -32,7 +32,7 @@ class SimPlatform final : public platform::Platform {
   platform::ScreenCapture& screenCapture() override;
   platform::Clock& clock() override;
   platform::Processes& processes() override;
-  void commit() noexcept override;
+  void commit() override;
 
   // The control face. Throws DesktopError when no desktop is set or it is invalid.
   SimDesktop& desktop();

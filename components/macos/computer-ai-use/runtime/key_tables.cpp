@@ -1,8 +1,8 @@
-#include "input/key_tables.h"
+#include "runtime/key_tables.h"
 
 #include "platform/events.h"
 
-namespace tavlin::input {
+namespace tavlin::runtime {
 
 KeyTables makeKeyTables() {
   KeyTables t;
@@ -31,4 +31,4 @@ KeyTables makeKeyTables() {
   return t;
 }
 
-}  // namespace tavlin::input
+}  // namespace tavlin::runtime

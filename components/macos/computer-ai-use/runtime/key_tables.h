@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-namespace tavlin::input {
+namespace tavlin::runtime {
 
 struct KeyTables {
   std::map<std::string, uint16_t> baseKeyCodes;
@@ -15,4 +15,4 @@ struct KeyTables {
 
 KeyTables makeKeyTables();
 
-}  // namespace tavlin::input
+}  // namespace tavlin::runtime
