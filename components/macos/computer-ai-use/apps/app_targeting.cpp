@@ -20,6 +20,13 @@ const std::string& orEmpty(const std::optional<std::string>& s) {
   return s ? *s : empty;
 }
 
+// Applications in name order as the platform's strings compare: by canonical form, so
+// that canonically equal names tie and keep the platform's order under a stable sort.
+struct NameKey {
+  explicit NameKey(const RunningApplication& app) : name(common::canonicalForm(orEmpty(app.localizedName))) {}
+  std::string name;
+};
+
 }  // namespace
 
 std::optional<int32_t> exactPID(const std::string& query) {
@@ -41,9 +48,13 @@ int64_t scoreAppMatch(const RunningApplication& app, const std::string& query, s
   std::string q = lowercased(query);
   std::string n = lowercased(orEmpty(app.localizedName));
   std::string b = lowercased(orEmpty(app.bundleIdentifier));
+  bool inBundle = b.find(q) != std::string::npos;
+  bool inName = n.find(q) != std::string::npos;
+  // Only a match makes a candidate; the points below merely order the candidates.
+  if (!inBundle && !inName) return 0;
   int64_t score = (q == b || q == n) ? exactNameFirstScore : 0;
-  if (b.find(q) != std::string::npos) score += 10000 + std::max<int64_t>(0, 1000 - characterCount(b));
-  if (n.find(q) != std::string::npos) score += 9000 + std::max<int64_t>(0, 1000 - characterCount(n));
+  if (inBundle) score += 10000 + std::max<int64_t>(0, 1000 - characterCount(b));
+  if (inName) score += 9000 + std::max<int64_t>(0, 1000 - characterCount(n));
   if (frontmostPID && *frontmostPID == app.pid) score += 500;
   if (app.activationPolicy == platform::ActivationPolicy::regular) score += 100;
   if (!app.hidden) score += 20;
@@ -51,8 +62,10 @@ int64_t scoreAppMatch(const RunningApplication& app, const std::string& query, s
 }
 
 RunningApplication resolveApp(const std::string& query, platform::Workspace& workspace, int64_t exactNameFirstScore) {
+  // A malformed selector is reported before any application is read.
+  std::optional<int32_t> selector = exactPID(query);
   std::vector<RunningApplication> running = workspace.runningApplications();
-  if (auto pid = exactPID(query)) {
+  if (auto pid = selector) {
     for (const RunningApplication& app : running) {
       if (app.pid == *pid && !app.terminated) return app;
     }
@@ -64,16 +77,17 @@ RunningApplication resolveApp(const std::string& query, platform::Workspace& wor
   struct Candidate {
     RunningApplication app;
     int64_t score;
+    NameKey key;
   };
   std::vector<Candidate> candidates;
   for (const RunningApplication& app : running) {
     if (app.pid < 1) continue;
     int64_t score = scoreAppMatch(app, query, frontmost, exactNameFirstScore);
-    if (score >= 1) candidates.push_back({app, score});
+    if (score >= 1) candidates.push_back({app, score, NameKey(app)});
   }
   std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate& a, const Candidate& b) {
     if (a.score != b.score) return a.score > b.score;
-    return orEmpty(a.app.localizedName) < orEmpty(b.app.localizedName);
+    return a.key.name < b.key.name;
   });
   if (candidates.empty()) throw cli::ToolError("No running application matches " + query);
   return candidates.front().app;
@@ -105,18 +119,18 @@ void handleListApps(runtime::CommandContext& context, const cli::Flags&) {
   platform::Workspace& workspace = context.platform.workspace();
   std::optional<int32_t> frontmost;
   if (auto app = workspace.frontmostApplication()) frontmost = app->pid;
-  std::vector<RunningApplication> apps;
+  std::vector<std::pair<RunningApplication, NameKey>> apps;
   for (const RunningApplication& app : workspace.runningApplications()) {
-    if (app.pid >= 1) apps.push_back(app);
+    if (app.pid >= 1) apps.emplace_back(app, NameKey(app));
   }
-  std::stable_sort(apps.begin(), apps.end(), [&](const RunningApplication& a, const RunningApplication& b) {
-    bool aFront = frontmost && a.pid == *frontmost;
-    bool bFront = frontmost && b.pid == *frontmost;
+  std::stable_sort(apps.begin(), apps.end(), [&](const auto& a, const auto& b) {
+    bool aFront = frontmost && a.first.pid == *frontmost;
+    bool bFront = frontmost && b.first.pid == *frontmost;
     if (aFront != bFront) return aFront;
-    return orEmpty(a.localizedName) < orEmpty(b.localizedName);
+    return a.second.name < b.second.name;
   });
   cli::Json list = cli::Json::array();
-  for (const RunningApplication& app : apps) {
+  for (const auto& [app, key] : apps) {
     bool active = frontmost && app.pid == *frontmost;
     int64_t policy = static_cast<int64_t>(app.activationPolicy);
     list.push_back({{"pid", app.pid},

@@ -4,14 +4,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <dirent.h>
+
 #include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <climits>
 #include <cstdlib>
 #include <vector>
 
 namespace tavlin::common {
 
-bool writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode) {
+bool writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode, bool keepExistingMode) {
+  if (keepExistingMode) {
+    struct stat existing;
+    if (::stat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) mode = existing.st_mode & 07777;
+  }
   std::string temporary = path + ".tmp-XXXXXX";
   std::vector<char> name(temporary.begin(), temporary.end());
   name.push_back('\0');
@@ -33,6 +42,111 @@ bool writeFileAtomically(const std::string& path, std::string_view contents, mod
   ok = ::close(fd) == 0 && ok;
   if (ok) ok = ::rename(name.data(), path.c_str()) == 0;
   if (!ok) ::unlink(name.data());
+  return ok;
+}
+
+void removeStaleTemporaryFiles(const std::string& path) {
+  std::string folder = deletingLastPathComponent(path);
+  std::string prefix = lastPathComponent(path) + ".tmp-";
+  DIR* dir = ::opendir(folder.c_str());
+  if (!dir) return;
+  std::vector<std::string> stale;
+  while (const dirent* entry = ::readdir(dir)) {
+    std::string_view name(entry->d_name);
+    // mkstemp's six characters after the prefix, nothing else.
+    if (name.size() == prefix.size() + 6 && name.starts_with(prefix)) stale.emplace_back(name);
+  }
+  ::closedir(dir);
+  for (const std::string& name : stale) {
+    std::string file = appendPathComponent(folder, name);
+    struct stat st;
+    if (::lstat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::geteuid()) ::unlink(file.c_str());
+  }
+}
+
+std::string byteCountText(size_t bytes) {
+  const char* units[] = {"KiB", "MiB", "GiB"};
+  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  double value = static_cast<double>(bytes);
+  int unit = -1;
+  while (value >= 1024 && unit < 2) {
+    value /= 1024;
+    ++unit;
+  }
+  char buf[32];
+  std::snprintf(buf, sizeof buf, value == std::floor(value) ? "%.0f %s" : "%.1f %s", value, units[unit]);
+  return buf;
+}
+
+std::optional<std::string> readRegularFile(const std::string& path, size_t maxBytes, std::string& problem) {
+  // Non-blocking: opening a FIFO for reading must not wait for a writer.
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    problem = std::strerror(errno);
+    return std::nullopt;
+  }
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    problem = "not a regular file";
+    return std::nullopt;
+  }
+  auto tooLarge = [&] {
+    ::close(fd);
+    problem = "larger than " + byteCountText(maxBytes);
+    return std::nullopt;
+  };
+  if (static_cast<uint64_t>(st.st_size) > maxBytes) return tooLarge();
+  std::string out;
+  out.reserve(static_cast<size_t>(st.st_size));
+  char buf[65536];
+  for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      problem = std::strerror(errno);
+      ::close(fd);
+      return std::nullopt;
+    }
+    if (n == 0) break;
+    out.append(buf, static_cast<size_t>(n));
+    if (out.size() > maxBytes) return tooLarge();  // it grew while being read
+  }
+  ::close(fd);
+  return out;
+}
+
+bool appendWhole(const std::string& path, std::string_view text, mode_t mode) {
+  int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, mode);
+  if (fd < 0) return false;
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    errno = EINVAL;
+    return false;
+  }
+  off_t before = st.st_size;
+  size_t done = 0;
+  bool ok = true;
+  while (done < text.size()) {
+    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      ok = false;
+      break;
+    }
+    done += static_cast<size_t>(n);
+  }
+  int saved = errno;
+  if (!ok && ::ftruncate(fd, before) != 0) {
+    // Nothing more can be done; the caller reports the failure.
+  }
+  if (::close(fd) != 0 && ok) {
+    ok = false;
+    saved = errno;
+  }
+  errno = saved;
   return ok;
 }
 
@@ -77,6 +191,19 @@ bool createDirectories(const std::string& path, mode_t mode) {
   if (parent != path && !isDirectory(parent)) createDirectories(parent, mode);
   if (::mkdir(path.c_str(), mode) == 0) return true;
   return isDirectory(path);
+}
+
+bool createPrivateDirectories(const std::string& path, const std::string& privateFrom, mode_t mode) {
+  if (!createDirectories(path, mode)) return false;
+  for (std::string folder = path;; folder = deletingLastPathComponent(folder)) {
+    struct stat st;
+    if (::stat(folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid() &&
+        (st.st_mode & 07777) != mode) {
+      ::chmod(folder.c_str(), mode);
+    }
+    if (folder == privateFrom || folder == "/" || folder.size() <= privateFrom.size()) break;
+  }
+  return true;
 }
 
 std::string appendPathComponent(const std::string& base, std::string_view component) {

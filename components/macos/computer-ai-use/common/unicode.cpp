@@ -58,6 +58,8 @@ std::string lowercased(const std::string& text) {
   return composed(u);
 }
 
+std::string canonicalForm(const std::string& text) { return composed(unicode(text)); }
+
 bool containsIgnoringCase(const std::string& text, const std::string& part) {
   auto folded = [](const std::string& s) {
     icu::UnicodeString u = unicode(s);

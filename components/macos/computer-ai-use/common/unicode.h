@@ -11,6 +11,9 @@ namespace tavlin::common {
 // Unicode lower case (root locale), composed (NFC) so that canonically equivalent
 // spellings compare equal.
 std::string lowercased(const std::string& text);
+// The canonical composition (NFC). Comparing composed texts byte by byte is the
+// platform's string order: canonically equivalent texts compare equal.
+std::string canonicalForm(const std::string& text);
 // Without Unicode white space and newlines at both ends.
 std::string trimmed(const std::string& text);
 int64_t characterCount(const std::string& text);

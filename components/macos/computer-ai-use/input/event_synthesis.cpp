@@ -1,8 +1,10 @@
 #include "input/event_synthesis.h"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
+#include "cli/json_output.h"
 #include "cli/tool_error.h"
 #include "common/unicode.h"
 
@@ -15,10 +17,9 @@ using platform::Point;
 
 namespace {
 
-std::string lowerASCII(std::string s) {
-  for (char& c : s) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  return s;
-}
+// Names are looked up after Unicode lower-casing, as the platform lower-cases: the
+// Kelvin sign is a "k".
+std::string lookupName(const std::string& s) { return common::lowercased(s); }
 
 std::u16string utf16(const std::string& text) {
   std::u16string out;
@@ -56,7 +57,24 @@ EventType mouseType(MouseButton button, bool down, bool dragging) {
   return EventType::null;
 }
 
+void requireScreenPoint(Point point) {
+  auto onScreen = [](double v) { return std::isfinite(v) && std::fabs(v) <= maxScreenCoordinate; };
+  if (onScreen(point.x) && onScreen(point.y)) return;
+  auto text = [](double v) {
+    if (std::isnan(v)) return std::string("nan");
+    if (std::isinf(v)) return std::string(v < 0 ? "-inf" : "inf");
+    return cli::formatJSON(cli::Json(v), cli::JsonFlavor::encoder);
+  };
+  throw cli::ToolError("Screen point " + text(point.x) + "," + text(point.y) +
+                       " is not on any screen (coordinates are limited to 100000 points either way)");
+}
+
 void postMouseClick(platform::Platform& platform, Point at, MouseButton button, int64_t clickCount) {
+  requireScreenPoint(at);
+  if (clickCount > maxClickCount) {
+    throw cli::ToolError("A click count of " + std::to_string(clickCount) + " is more than the " +
+                         std::to_string(maxClickCount) + " clicks one command may post");
+  }
   platform::Events& events = platform.events();
   platform::Clock& clock = platform.clock();
   int64_t pairs = std::max<int64_t>(clickCount, 1);
@@ -75,6 +93,8 @@ void postMouseClick(platform::Platform& platform, Point at, MouseButton button, 
 }
 
 void postDrag(platform::Platform& platform, Point from, Point to, MouseButton button) {
+  requireScreenPoint(from);
+  requireScreenPoint(to);
   platform::Events& events = platform.events();
   platform::Clock& clock = platform.clock();
   auto down = events.createMouseEvent(mouseType(button, true), from, mouseButtonCode(button));
@@ -108,7 +128,7 @@ void postUnicodeText(platform::Platform& platform, const std::string& text) {
 }
 
 std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::string& name) {
-  auto it = tables.baseKeyCodes.find(lowerASCII(name));
+  auto it = tables.baseKeyCodes.find(lookupName(name));
   if (it == tables.baseKeyCodes.end()) return std::nullopt;
   return it->second;
 }
@@ -129,13 +149,13 @@ void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables
 
   uint64_t flags = 0;
   for (const auto& m : modifiers) {
-    auto it = tables.modifierFlags.find(lowerASCII(m));
+    auto it = tables.modifierFlags.find(lookupName(m));
     if (it != tables.modifierFlags.end()) flags |= it->second;  // unknown modifiers are ignored on purpose
   }
   platform::Events& events = platform.events();
   platform::Clock& clock = platform.clock();
   auto postModifier = [&](const std::string& m, bool keyDown) {
-    auto it = tables.modifierKeyCodes.find(lowerASCII(m));
+    auto it = tables.modifierKeyCodes.find(lookupName(m));
     if (it == tables.modifierKeyCodes.end()) return;
     if (auto event = events.createKeyboardEvent(it->second, keyDown)) {
       event->flags = flags;
@@ -196,6 +216,7 @@ void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::
 }
 
 void postMouseClickToPid(platform::Platform& platform, int32_t pid, Point at, int64_t clickState) {
+  requireScreenPoint(at);
   platform::Events& events = platform.events();
   auto down = events.createMouseEvent(EventType::leftMouseDown, at, platform::MouseButtonCode::left);
   auto up = events.createMouseEvent(EventType::leftMouseUp, at, platform::MouseButtonCode::left);

@@ -20,6 +20,16 @@ std::optional<MouseButton> mouseButton(const std::string& raw);
 platform::MouseButtonCode mouseButtonCode(MouseButton button);
 platform::EventType mouseType(MouseButton button, bool down, bool dragging = false);
 
+// Screen coordinates beyond this (in points, either sign) are on no real screen.
+inline constexpr double maxScreenCoordinate = 100000;
+// Throws ToolError "Screen point X,Y is not on any screen ..." for a point that is not
+// finite or lies beyond any real screen. Every mouse event and cursor warp is checked
+// before the first event is posted.
+void requireScreenPoint(platform::Point point);
+
+// The most clicks one command may post (a click count above it is refused).
+inline constexpr int64_t maxClickCount = 100;
+
 // --- session-wide, at the HID tap ---
 void postMouseClick(platform::Platform& platform, platform::Point at, MouseButton button, int64_t clickCount);
 void postDrag(platform::Platform& platform, platform::Point from, platform::Point to, MouseButton button);

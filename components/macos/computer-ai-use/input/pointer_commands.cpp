@@ -20,6 +20,10 @@ void handleClick(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   apps::activateApp(app, context.platform);
   int64_t clickCount = cli::intFlag(flags, {"--click-count", "--click_count"}, 1);
+  // Checked before anything happens: an unbounded count would post for ever.
+  if (clickCount > maxClickCount) {
+    throw cli::ToolError("--click-count / --click_count must be at most " + std::to_string(maxClickCount));
+  }
   // An unknown button name means the left button, without complaint.
   MouseButton button =
       mouseButton(cli::stringFlag(flags, {"--mouse-button", "--mouse_button"}, "left")).value_or(MouseButton::left);
@@ -76,6 +80,7 @@ void handleScroll(runtime::CommandContext& context, const cli::Flags& flags) {
   apps::activateApp(app, context.platform);
   withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
     platform::Point point = elementCenter(element);
+    requireScreenPoint(point);
     context.platform.events().warpMouseCursor(point);
     context.platform.clock().sleep(0.05);
     int32_t amount = static_cast<int32_t>(600 * std::max<int64_t>(pages, 1));

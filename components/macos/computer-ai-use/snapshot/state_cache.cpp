@@ -6,10 +6,13 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <stdexcept>
 
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
 #include "common/files.h"
+#include "common/json_text.h"
 #include "common/unicode.h"
 #include "snapshot/snapshot_json.h"
 
@@ -40,7 +43,7 @@ std::string cacheStem(const platform::RunningApplication& app) {
 
 void ensureCacheDirectory(const std::string& cacheDirectory) {
   // Intermediate folders (Tavlin/) are user-only too.
-  if (!common::createDirectories(cacheDirectory, 0700)) {
+  if (!common::createPrivateDirectories(cacheDirectory, common::deletingLastPathComponent(cacheDirectory), 0700)) {
     throw cli::ToolError("Could not create the cache folder " + cacheDirectory + ": " + std::strerror(errno));
   }
 }
@@ -53,11 +56,51 @@ std::string cacheFile(const runtime::ProcessValues& values, const platform::Runn
                                      cacheStem(app) + "-" + std::to_string(app.pid) + extension);
 }
 
-std::optional<CapturedImage> finished(platform::Platform& platform, const platform::ProcessResult& result,
-                                      const std::string& path) {
-  if (!result.launched || result.timedOut || result.exitStatus != 0 || !common::exists(path)) return std::nullopt;
-  ::chmod(path.c_str(), 0600);
-  return CapturedImage{path, readImageSize(platform, path)};
+bool succeeded(const platform::ProcessResult& result, const std::string& path) {
+  return result.launched && !result.timedOut && result.exitStatus == 0 && common::exists(path);
+}
+
+// Screen coordinates as the screenshot tool's integers; absent when out of its range.
+std::optional<std::string> integerText(double v) {
+  double t = std::trunc(v);
+  if (!std::isfinite(t) || t < std::numeric_limits<int32_t>::min() || t > std::numeric_limits<int32_t>::max()) {
+    return std::nullopt;
+  }
+  return std::to_string(static_cast<int32_t>(t));
+}
+
+// Runs the tools in turn until one leaves an image at `aside`.
+bool captureTo(platform::Platform& platform, const runtime::ProcessValues& values,
+               const platform::RunningApplication& app, const std::optional<QuartzWindowInfo>& windowInfo,
+               const std::optional<platform::Rect>& fallbackFrame, const std::string& aside) {
+  if (common::exists(values.backgroundWindowCaptureScriptURL)) {
+    platform::ProcessRequest request;
+    request.executable = "/bin/zsh";
+    request.arguments = {values.backgroundWindowCaptureScriptURL, "capture"};
+    if (windowInfo) {
+      request.arguments.insert(request.arguments.end(), {"--window-id", std::to_string(windowInfo->windowID)});
+    } else {
+      request.arguments.insert(request.arguments.end(), {"--pid", std::to_string(app.pid)});
+    }
+    request.arguments.insert(request.arguments.end(), {"--out", aside});
+    request.captureOutput = true;
+    request.timeoutSeconds = captureToolTimeout;
+    if (succeeded(platform.processes().run(request), aside)) return true;
+    ::unlink(aside.c_str());
+  }
+
+  std::optional<platform::Rect> rect = fallbackFrame;
+  if (!rect && windowInfo) rect = windowInfo->frame;
+  if (!rect) return false;
+  auto x = integerText(rect->origin.x), y = integerText(rect->origin.y);
+  auto w = integerText(rect->size.width), h = integerText(rect->size.height);
+  if (!x || !y || !w || !h) return false;
+  platform::ProcessRequest request;
+  request.executable = "/usr/sbin/screencapture";
+  request.arguments = {"-x", "-R" + *x + "," + *y + "," + *w + "," + *h, aside};
+  request.captureOutput = true;
+  request.timeoutSeconds = captureToolTimeout;
+  return succeeded(platform.processes().run(request), aside);
 }
 
 }  // namespace
@@ -82,39 +125,24 @@ std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, co
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
                                                 const std::optional<platform::Rect>& fallbackFrame) {
   std::string path = screenshotFileURL(values, app);
-  if (!common::createDirectories(values.cacheDirectoryURL, 0700)) return std::nullopt;
-  ::unlink(path.c_str());  // a failed capture must not leave the previous image behind
-
-  if (common::exists(values.backgroundWindowCaptureScriptURL)) {
-    platform::ProcessRequest request;
-    request.executable = "/bin/zsh";
-    request.arguments = {values.backgroundWindowCaptureScriptURL, "capture"};
-    if (windowInfo) {
-      request.arguments.insert(request.arguments.end(), {"--window-id", std::to_string(windowInfo->windowID)});
-    } else {
-      request.arguments.insert(request.arguments.end(), {"--pid", std::to_string(app.pid)});
+  // Beside the final file, with the same extension: the tools choose the format by it.
+  std::string aside = path.substr(0, path.size() - 4) + ".partial.png";
+  try {
+    if (!common::createPrivateDirectories(values.cacheDirectoryURL,
+                                          common::deletingLastPathComponent(values.cacheDirectoryURL), 0700)) {
+      return std::nullopt;
     }
-    request.arguments.insert(request.arguments.end(), {"--out", path});
-    request.captureOutput = true;
-    request.timeoutSeconds = captureToolTimeout;
-    if (auto image = finished(platform, platform.processes().run(request), path)) return image;
+    ::unlink(path.c_str());  // a failed capture must not leave the previous image behind
+    ::unlink(aside.c_str());
+    if (captureTo(platform, values, app, windowInfo, fallbackFrame, aside) && ::chmod(aside.c_str(), 0600) == 0 &&
+        ::rename(aside.c_str(), path.c_str()) == 0) {
+      return CapturedImage{path, readImageSize(platform, path)};
+    }
+  } catch (const std::exception&) {
+    // A capture that fails in any way leaves the snapshot without a screenshot.
   }
-
-  std::optional<platform::Rect> rect = fallbackFrame;
-  if (!rect && windowInfo) rect = windowInfo->frame;
-  if (!rect) return std::nullopt;
-  auto truncated = [](double v) {
-    return std::isfinite(v) ? std::to_string(static_cast<long long>(std::trunc(v))) : std::string("0");
-  };
-  platform::ProcessRequest request;
-  request.executable = "/usr/sbin/screencapture";
-  request.arguments = {"-x",
-                       "-R" + truncated(rect->origin.x) + "," + truncated(rect->origin.y) + "," +
-                           truncated(rect->size.width) + "," + truncated(rect->size.height),
-                       path};
-  request.captureOutput = true;
-  request.timeoutSeconds = captureToolTimeout;
-  return finished(platform, platform.processes().run(request), path);
+  ::unlink(aside.c_str());
+  return std::nullopt;
 }
 
 void writeCachedState(const AppStateSnapshot& snapshot) {
@@ -126,16 +154,16 @@ void writeCachedState(const AppStateSnapshot& snapshot) {
 
 AppStateSnapshot loadCachedState(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
   std::string path = cacheFile(values, app, ".json");
-  errno = 0;
-  auto text = common::readFile(path);
+  std::string problem;
+  auto text = common::readRegularFile(path, maxCachedStateBytes, problem);
   if (!text) {
-    throw cli::ToolError("Cannot read the cached state " + path + " (" + std::strerror(errno ? errno : ENOENT) +
-                         "). Call get-app-state first.");
+    throw cli::ToolError("Cannot read the cached state " + path + " (" + problem + "). Call get-app-state first.");
   }
   cli::Json document;
   try {
+    if (common::checkJsonText(*text, maxCachedStateJsonDepth)) throw std::invalid_argument("limits");
     document = cli::Json::parse(*text);
-  } catch (const cli::Json::parse_error&) {
+  } catch (const std::exception&) {
     throw cli::ToolError("The cached state " + path + " is not valid JSON. Call get-app-state again.");
   }
   try {

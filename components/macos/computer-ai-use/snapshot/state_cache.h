@@ -1,8 +1,9 @@
 #pragma once
 // The per-application state cache: the last snapshot's JSON and its window
 // screenshot, so that commands given screenshot pixels can map them to the screen.
-// The folder is created user-only (0700) and its files 0600: screenshots can show
-// private content.
+// The folders (Tavlin/ and its state folder) are made user-only (0700), and tightened
+// to that when the user owns them; the files are 0600: screenshots can show private
+// content. A cache file is a regular file of at most 256 MiB.
 #include <optional>
 #include <string>
 
@@ -23,6 +24,9 @@ void ensureCacheDirectory(const std::string& cacheDirectory);
 std::string cacheFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app);
 std::string screenshotFileURL(const runtime::ProcessValues& values, const platform::RunningApplication& app);
 
+inline constexpr size_t maxCachedStateBytes = size_t{256} << 20;
+inline constexpr size_t maxCachedStateJsonDepth = 64;
+
 // How long one run of a screenshot tool may take before it counts as failed.
 inline constexpr double captureToolTimeout = 30.0;
 
@@ -33,6 +37,7 @@ struct CapturedImage {
 
 // Captures the window into the screenshot file: through the companion capture tool
 // when it is installed, else the system screenshot tool over the window's rectangle.
+// The image is written aside (0600) and moved into place only when it is whole.
 // Never fails the command: any failure gives nothing (and no stale file is left).
 std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const runtime::ProcessValues& values,
                                                 const platform::RunningApplication& app,

@@ -51,11 +51,12 @@ TEST(ScoreAppMatch, WeightsAndTieBreaks) {
   EXPECT_EQ(apps::scoreAppMatch(safari, "SAFARI", std::nullopt, exactScore), 1000000 + 10984 + 9994 + 120);
   EXPECT_EQ(apps::scoreAppMatch(safari, "safari", 10, exactScore), 1000000 + 10984 + 9994 + 120 + 500);
   EXPECT_EQ(apps::scoreAppMatch(safari, "com.apple.safari", std::nullopt, exactScore), 1000000 + 10984 + 120);
-  EXPECT_EQ(apps::scoreAppMatch(safari, "chrome", std::nullopt, exactScore), 120);
+  // Without a match the ordering points count for nothing: not a candidate.
+  EXPECT_EQ(apps::scoreAppMatch(safari, "chrome", 10, exactScore), 0);
   auto hiddenAgent = safari;
   hiddenAgent.hidden = true;
   hiddenAgent.activationPolicy = platform::ActivationPolicy::accessory;
-  EXPECT_EQ(apps::scoreAppMatch(hiddenAgent, "chrome", std::nullopt, exactScore), 0);
+  EXPECT_EQ(apps::scoreAppMatch(hiddenAgent, "safari", std::nullopt, exactScore), 1000000 + 10984 + 9994);
   // Lengths count characters, not bytes.
   auto accented = app("Caf\xC3\xA9", "");
   EXPECT_EQ(apps::scoreAppMatch(accented, "caf", std::nullopt, exactScore), 9000 + 996 + 120);
@@ -84,14 +85,45 @@ TEST(ResolveApp, PicksTheBestCandidate) {
   EXPECT_EQ(resolve("Twin"), 16);        // equal scores and names: the platform's order stands
   EXPECT_EQ(toolErrorOf([&] { resolve("pid:15"); }), "No running application has pid 15");
   EXPECT_EQ(toolErrorOf([&] { resolve("pid:12345"); }), "No running application has pid 12345");
-  // pid 0 is never a candidate, even as an exact match. Every shown or regular
-  // application scores, so the best of the rest wins: at equal scores, by name.
-  EXPECT_EQ(resolve("Mail Zero"), 19);  // "Bohemian Rhapsody Player" sorts first
+  // pid 0 is never a candidate, even as an exact match; the query then matches only
+  // by containment elsewhere, or not at all.
+  EXPECT_EQ(toolErrorOf([&] { resolve("Mail Zero"); }), "No running application matches Mail Zero");
+  EXPECT_EQ(toolErrorOf([&] { resolve("Scribbbe-typo"); }), "No running application matches Scribbbe-typo");
 
   SimPlatform nothing = desktop(R"([{"pid": 3, "name": "Agent", "hidden": true, "activationPolicy": "accessory"}])");
   EXPECT_EQ(toolErrorOf([&] { apps::resolveApp("Mail", nothing.workspace(), exactScore); }),
             "No running application matches Mail");
   EXPECT_EQ(apps::resolveApp("agent", nothing.workspace(), exactScore).pid, 3);
+}
+
+TEST(ResolveApp, MalformedSelectorIsReportedBeforeAnyApplicationIsRead) {
+  // No desktop at all: reading the applications would fail with the desktop's message.
+  SimPlatform none(sim::SimSettings{});
+  EXPECT_EQ(toolErrorOf([&] { apps::resolveApp("pid:x", none.workspace(), exactScore); }),
+            "--app pid:<PID> requires a positive decimal process identifier");
+}
+
+TEST(ResolveApp, EqualScoresOrderNamesByCanonicalForm) {
+  // "É" precomposed (U+00C9) and decomposed (E + U+0301) are one name to the platform:
+  // they tie, and the platform's order stands. Byte order would put the decomposed
+  // spelling ("E...") before "F" and the precomposed one after it.
+  SimPlatform p = desktop(R"([
+    {"pid": 21, "name": "Fx", "bundleIdentifier": "x.fx"},
+    {"pid": 22, "name": "\u00c9x", "bundleIdentifier": "x.e1"},
+    {"pid": 23, "name": "E\u0301x", "bundleIdentifier": "x.e2"}
+  ])");
+  // Scores tie: every name is two characters and every identifier four.
+  EXPECT_EQ(apps::resolveApp("x", p.workspace(), exactScore).pid, 21);  // "Fx" < "Éx" in code points
+  SimPlatform swapped = desktop(R"([
+    {"pid": 23, "name": "E\u0301x", "bundleIdentifier": "x.e2"},
+    {"pid": 22, "name": "\u00c9x", "bundleIdentifier": "x.e1"}
+  ])");
+  EXPECT_EQ(apps::resolveApp("x", swapped.workspace(), exactScore).pid, 23);
+  SimPlatform original = desktop(R"([
+    {"pid": 22, "name": "\u00c9x", "bundleIdentifier": "x.e1"},
+    {"pid": 23, "name": "E\u0301x", "bundleIdentifier": "x.e2"}
+  ])");
+  EXPECT_EQ(apps::resolveApp("x", original.workspace(), exactScore).pid, 22);
 }
 
 TEST(ActivateApp, VerifiedAgainstTheFrontmostApplication) {

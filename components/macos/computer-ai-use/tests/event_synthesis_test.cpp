@@ -84,6 +84,8 @@ TEST(EventSynthesis, KeyNames) {
   const std::vector<std::pair<std::string, std::optional<uint16_t>>> names = {
       {"Return", 36}, {"ENTER", 36}, {"delete", 51}, {"F5", 96},     {"PageUp", 116}, {"Page_Down", 121},
       {"ESC", 53},    {"`", 50},     {"\\", 42},     {"+", std::nullopt}, {"f13", std::nullopt}, {"A", 0},
+      // Unicode lower-casing: the Kelvin sign is "k", and a dotted capital I is not "i".
+      {"\u212A", 40}, {"\u212Aey", std::nullopt}, {"\u0130", std::nullopt}, {"\u212A\u212A", std::nullopt},
   };
   for (const auto& [name, code] : names) EXPECT_EQ(keyCode(tables, name), code) << name;
 }

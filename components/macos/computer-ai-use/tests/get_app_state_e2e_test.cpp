@@ -118,7 +118,7 @@ TEST(GetAppState, CaptureFallbacksAndFailures) {
     EXPECT_EQ(run.status, 0);
     EXPECT_NE(run.out.find("\nScreenshot: $TMP/Library/"), std::string::npos);
     EXPECT_NE(d.events().find("0.000 system run program=/usr/sbin/screencapture arguments=\"-x -R120,80,900,640 "
-                              "$TMP/Library/Caches/Tavlin/computer-ai-use-state/com.tavlin.example.scribe-4242.png\""),
+                              "$TMP/Library/Caches/Tavlin/computer-ai-use-state/com.tavlin.example.scribe-4242.partial.png\""),
               std::string::npos)
         << d.events();
   }

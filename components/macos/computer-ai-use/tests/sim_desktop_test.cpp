@@ -73,7 +73,7 @@ TEST(SimDesktopFile, MalformedFilesGiveOneClearError) {
       {R"({"tavlinDesktop": 1, "frontmostPid": 7})", "frontmostPid: no application has pid 7"},
       {R"({"tavlinDesktop": 1, "clock": {"start": "yesterday"}})",
        "clock.start: expected a UTC time like \"2026-01-01T09:30:00Z\""},
-      {R"({"tavlinDesktop": 1, "clock": {"elapsed": -1}})", "clock.elapsed: expected seconds from 0 on"},
+      {R"({"tavlinDesktop": 1, "clock": {"elapsed": -1}})", "clock.elapsed: expected seconds from 0 to 1000000000"},
       {R"({"tavlinDesktop": 1, "screen": {"backingScale": 0}})", "screen.backingScale: expected a positive number"},
       {R"({"tavlinDesktop": 1, "windows": [{"number": 1, "pid": 1}]})", "windows[0]: missing \"bounds\""},
       {R"({"tavlinDesktop": 1, "windows": [{"number": 0, "pid": 1, "bounds": [0,0,1,1]}]})",

@@ -108,10 +108,20 @@ void drawTree(const SimDesktop& desktop, size_t root, const Rect& region, double
   }
 }
 
-Canvas canvasFor(const SimDesktop& desktop, const Rect& region) {
-  double scale = desktop.screen().backingScale;
-  return Canvas(static_cast<int>(std::lround(region.size.width * scale)),
-                static_cast<int>(std::lround(region.size.height * scale)), Color{190, 196, 204});
+// The tools draw at most the screen's area, and never more than a fixed budget of
+// pixels, so a huge window or backing scale costs bounded memory and time: such a
+// capture fails, as the real tools fail for what they cannot capture.
+constexpr double maxCapturePixels = 64.0 * 1024 * 1024;
+
+std::optional<Canvas> canvasFor(const SimDesktop& desktop, const Rect& region) {
+  const SimScreen& screen = desktop.screen();
+  double scale = screen.backingScale;
+  double width = std::round(region.size.width * scale), height = std::round(region.size.height * scale);
+  double screenPixels = screen.width * screen.height * scale * scale;
+  if (!(width >= 1) || !(height >= 1) || width * height > std::min(screenPixels, maxCapturePixels)) {
+    return std::nullopt;
+  }
+  return Canvas(static_cast<int>(width), static_cast<int>(height), Color{190, 196, 204});
 }
 
 bool intersects(const Rect& a, const Rect& b) {
@@ -137,22 +147,24 @@ platform::ProcessResult exited(int status) {
 bool renderWindow(const SimDesktop& desktop, uint32_t windowNumber, const std::string& path) {
   for (const platform::WindowInfo& w : desktop.windows()) {
     if (w.number != windowNumber) continue;
-    Canvas canvas = canvasFor(desktop, w.bounds);
-    if (auto root = axWindowFor(desktop, w)) drawTree(desktop, *root, w.bounds, desktop.screen().backingScale, canvas);
-    return writePNG(canvas, path);
+    std::optional<Canvas> canvas = canvasFor(desktop, w.bounds);
+    if (!canvas) return false;
+    if (auto root = axWindowFor(desktop, w)) drawTree(desktop, *root, w.bounds, desktop.screen().backingScale, *canvas);
+    return writePNG(*canvas, path);
   }
   return false;
 }
 
 bool renderRegion(const SimDesktop& desktop, const Rect& region, const std::string& path) {
   if (!(region.size.width > 0) || !(region.size.height > 0)) return false;
-  Canvas canvas = canvasFor(desktop, region);
+  std::optional<Canvas> canvas = canvasFor(desktop, region);
+  if (!canvas) return false;
   const auto& windows = desktop.windows();
   for (auto it = windows.rbegin(); it != windows.rend(); ++it) {
     if (!it->onscreen || !intersects(it->bounds, region)) continue;
-    if (auto root = axWindowFor(desktop, *it)) drawTree(desktop, *root, region, desktop.screen().backingScale, canvas);
+    if (auto root = axWindowFor(desktop, *it)) drawTree(desktop, *root, region, desktop.screen().backingScale, *canvas);
   }
-  return writePNG(canvas, path);
+  return writePNG(*canvas, path);
 }
 
 std::optional<platform::ProcessResult> runSimulatedTool(SimDesktop& desktop, const platform::ProcessRequest& request) {

@@ -13,6 +13,7 @@
 #include <set>
 
 #include "common/files.h"
+#include "common/json_text.h"
 
 namespace tavlin::sim {
 
@@ -23,6 +24,10 @@ using platform::AXNumber;
 namespace {
 
 constexpr const char* defaultClockStart = "2026-01-01T00:00:00Z";
+constexpr double maxElapsedSeconds = 1e9;
+
+class Parser;
+double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where);
 
 std::optional<std::chrono::system_clock::time_point> parseTimestamp(const std::string& text) {
   // yyyy-MM-ddTHH:mm:ssZ only, the form the tool itself prints.
@@ -112,7 +117,9 @@ class Parser {
   }
   double number(const ordered_json& j, const std::string& where) const {
     if (!j.is_number()) fail(where, "expected a number");
-    return j.get<double>();
+    double v = j.get<double>();
+    if (!std::isfinite(v)) fail(where, "expected a finite number");
+    return v;
   }
   int64_t integer(const ordered_json& j, const std::string& where, int64_t min, int64_t max) const {
     if (!j.is_number_integer()) fail(where, "expected an integer");
@@ -127,7 +134,7 @@ class Parser {
     if (!j.is_array() || j.size() != count) fail(where, std::string("expected ") + shape);
     std::vector<double> out;
     for (size_t i = 0; i < count; ++i) {
-      if (!j[i].is_number()) fail(where, std::string("expected ") + shape);
+      if (!j[i].is_number() || !std::isfinite(j[i].get<double>())) fail(where, std::string("expected ") + shape);
       out.push_back(j[i].get<double>());
     }
     return out;
@@ -142,6 +149,12 @@ class Parser {
  private:
   std::string file_;
 };
+
+double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where) {
+  double seconds = p.number(j, where);
+  if (!(seconds >= 0) || seconds > 2 * maxElapsedSeconds) p.fail(where, "expected seconds from 0 to 2000000000");
+  return seconds;
+}
 
 struct NodeRecord {
   const ordered_json* json = nullptr;
@@ -412,39 +425,66 @@ SimDesktop::~SimDesktop() {
   if (lockDescriptor_ >= 0) ::close(lockDescriptor_);
 }
 
-SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLogPath) {
+namespace {
+
+// Holds the desktop's lock, waiting a bounded (real) time for another holder.
+int acquireLock(const std::string& path, double waitSeconds) {
+  std::string lockPath = path + ".lock";
+  int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  // A lock file that cannot be made (a read-only folder, no folder at all) leaves the
+  // desktop unlocked; reading it then reports what is wrong, if anything.
+  if (fd < 0) return -1;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(std::max(0.0, waitSeconds));
+  for (;;) {
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      int error = errno;
+      ::close(fd);
+      throw DesktopError("Simulated desktop " + path + ": cannot lock " + lockPath + " (" + std::strerror(error) + ")");
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      ::close(fd);
+      char seconds[32];
+      std::snprintf(seconds, sizeof seconds, "%g", waitSeconds);
+      throw DesktopError("Simulated desktop " + path + ": another process has held " + lockPath + " for more than " +
+                         seconds + " s");
+    }
+    ::usleep(10000);
+  }
+}
+
+}  // namespace
+
+SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLogPath, double lockWaitSeconds) {
   SimDesktop desktop;
   desktop.path_ = path;
   desktop.eventLogPath_ = eventLogPath;
-  desktop.lockDescriptor_ = ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (desktop.lockDescriptor_ >= 0) {
-    while (::flock(desktop.lockDescriptor_, LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
-  errno = 0;
-  auto text = common::readFile(path);
-  if (!text) {
-    throw DesktopError("Simulated desktop " + path + ": cannot read the file (" + std::strerror(errno ? errno : ENOENT) +
-                       ")");
-  }
+  desktop.lockDescriptor_ = acquireLock(path, lockWaitSeconds);
+  // Under the lock no other command writes this desktop, so leftovers of a write-back
+  // that was killed midway can go.
+  common::removeStaleTemporaryFiles(path);
+  std::string problem;
+  auto text = common::readRegularFile(path, maxDesktopFileBytes, problem);
+  if (!text) throw DesktopError("Simulated desktop " + path + ": cannot read the file (" + problem + ")");
+  auto placed = [&](const common::JsonTextProblem& at) {
+    return DesktopError("Simulated desktop " + path + ": " + at.message + " (line " + std::to_string(at.line) +
+                        ", column " + std::to_string(at.column) + ")");
+  };
+  if (auto problemAt = common::checkJsonText(*text, maxDesktopJsonDepth)) throw placed(*problemAt);
   try {
     desktop.document_ = ordered_json::parse(*text);
   } catch (const nlohmann::json::parse_error& e) {
     // The library's wording changes between versions; the place does not.
-    size_t offset = std::min(e.byte > 0 ? e.byte - 1 : 0, text->size());
-    size_t line = 1, column = 1;
-    for (size_t i = 0; i < offset; ++i) {
-      if ((*text)[i] == '\n') {
-        ++line;
-        column = 1;
-      } else {
-        ++column;
-      }
-    }
-    throw DesktopError("Simulated desktop " + path + ": not valid JSON (line " + std::to_string(line) + ", column " +
-                       std::to_string(column) + ")");
+    throw placed(common::placeOf(*text, e.byte > 0 ? e.byte - 1 : 0, "not valid JSON"));
+  } catch (const nlohmann::json::exception& e) {
+    throw DesktopError("Simulated desktop " + path + ": not valid JSON (" + e.what() + ")");
   }
-  desktop.parse();
+  try {
+    desktop.parse();
+  } catch (const nlohmann::json::exception& e) {
+    // The validating reader checks types before it reads; this is a last line.
+    throw DesktopError("Simulated desktop " + path + ": " + e.what());
+  }
   return desktop;
 }
 
@@ -478,12 +518,20 @@ void SimDesktop::parse() {
     if (auto s = it->find("start"); s != it->end()) start = p.string(*s, "clock.start");
     if (auto e = it->find("elapsed"); e != it->end()) {
       double seconds = p.number(*e, "clock.elapsed");
-      if (!(seconds >= 0) || seconds > 1e12) p.fail("clock.elapsed", "expected seconds from 0 on");
+      if (!(seconds >= 0) || seconds > maxElapsedSeconds) {
+        p.fail("clock.elapsed", "expected seconds from 0 to 1000000000");
+      }
       elapsedMicros_ = std::llround(seconds * 1e6);
     }
   }
   auto parsedStart = parseTimestamp(start);
   if (!parsedStart) p.fail("clock.start", "expected a UTC time like \"2026-01-01T09:30:00Z\"");
+  // The clock counts nanoseconds in 64 bits, which ends in 2262: start and elapsed
+  // time together stay well inside that.
+  if (*parsedStart < std::chrono::sys_days(std::chrono::year(1970) / 1 / 1) ||
+      *parsedStart >= std::chrono::sys_days(std::chrono::year(2200) / 1 / 1)) {
+    p.fail("clock.start", "expected a time from 1970 to 2199");
+  }
   clockStart_ = *parsedStart;
 
   if (auto it = root.find("screen"); it != root.end()) {
@@ -609,7 +657,7 @@ void SimDesktop::parse() {
     pendingActivation_ = PendingActivation{
         static_cast<int32_t>(p.integer(*pid, "pendingActivation.pid", std::numeric_limits<int32_t>::min(),
                                        std::numeric_limits<int32_t>::max())),
-        std::llround(p.number(*at, "pendingActivation.at") * 1e6)};
+        std::llround(boundedSeconds(p, *at, "pendingActivation.at") * 1e6)};
   }
 
   if (auto it = root.find("windows"); it != root.end()) {
@@ -676,6 +724,8 @@ void SimDesktop::setHidden(int32_t pid, bool hidden) {
 }
 
 void SimDesktop::setPointer(platform::Point point) {
+  // The file must stay loadable: a point JSON cannot hold is not kept.
+  if (!std::isfinite(point.x) || !std::isfinite(point.y)) return;
   pointer_ = point;
   document_["pointer"] = {point.x, point.y};
   dirty_ = true;
@@ -746,8 +796,11 @@ void SimDesktop::commit() {
     document_["clock"]["elapsed"] = static_cast<double>(elapsedMicros_) / 1e6;
     if (!document_["clock"].contains("start")) document_["clock"]["start"] = defaultClockStart;
     document_["stats"]["axRoundTrips"] = roundTripsTotal();
-    if (!common::writeFileAtomically(path_, document_.dump(2) + "\n", 0644)) {
-      throw DesktopError("Simulated desktop " + path_ + ": cannot write the changed state back");
+    // The file keeps the mode its owner gave it.
+    std::string text = document_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    if (!common::writeFileAtomically(path_, text, 0644, true)) {
+      throw DesktopError("Simulated desktop " + path_ + ": cannot write the changed state back (" +
+                         std::strerror(errno) + ")");
     }
     roundTripsBefore_ = roundTripsTotal();
     roundTrips_ = 0;
@@ -756,12 +809,9 @@ void SimDesktop::commit() {
   if (!pendingLog_.empty() && !eventLogPath_.empty()) {
     std::string text;
     for (const auto& line : pendingLog_) text += line + "\n";
-    int fd = ::open(eventLogPath_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0) throw DesktopError("Simulated desktop " + path_ + ": cannot append to the event log " + eventLogPath_);
-    ssize_t written = ::write(fd, text.data(), text.size());
-    ::close(fd);
-    if (written != static_cast<ssize_t>(text.size())) {
-      throw DesktopError("Simulated desktop " + path_ + ": cannot append to the event log " + eventLogPath_);
+    if (!common::appendWhole(eventLogPath_, text)) {
+      throw DesktopError("Simulated desktop " + path_ + ": cannot append to the event log " + eventLogPath_ + " (" +
+                         std::strerror(errno) + ")");
     }
     pendingLog_.clear();
   }

@@ -14,6 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/unicode.h"
 #include "platform/accessibility.h"
 #include "platform/geometry.h"
 #include "platform/window_list.h"
@@ -23,9 +24,16 @@ namespace tavlin::sim {
 
 // A desktop file that cannot be read or does not hold a valid desktop. The message
 // names the file and, where it can, the place in it ("apps[0].pid: ...").
+// The message is one line: line breaks in echoed values are escaped.
 struct DesktopError : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit DesktopError(const std::string& message) : std::runtime_error(common::escapingLineBreaks(message)) {}
 };
+
+// Limits of a desktop file, documented in docs/desktop-format.md.
+inline constexpr size_t maxDesktopFileBytes = size_t{256} << 20;
+inline constexpr size_t maxDesktopJsonDepth = 2048;
+// How long a command waits for another process's lock on the same desktop.
+inline constexpr double defaultLockWaitSeconds = 10.0;
 
 // An attribute value as the desktop stores it: like the seam's value, but elements
 // are indices into the desktop's element table.
@@ -96,8 +104,10 @@ struct EventField {
 class SimDesktop {
  public:
   // Reads and validates the file; holds a lock beside it (`<path>.lock`) until
-  // destroyed so that concurrent commands take turns. Throws DesktopError.
-  static SimDesktop load(const std::string& path, const std::string& eventLogPath);
+  // destroyed so that concurrent commands take turns, waiting at most `lockWaitSeconds`
+  // (real time) for another holder. Throws DesktopError.
+  static SimDesktop load(const std::string& path, const std::string& eventLogPath,
+                         double lockWaitSeconds = defaultLockWaitSeconds);
   // For tests: a desktop from a document; `path` is where commit() writes it.
   static SimDesktop fromJson(nlohmann::ordered_json document, const std::string& path,
                              const std::string& eventLogPath);

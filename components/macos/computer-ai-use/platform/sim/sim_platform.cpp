@@ -537,7 +537,7 @@ SimDesktop& SimPlatform::desktop() {
           "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)");
     }
     std::string log = settings_.eventLogPath.value_or(*settings_.desktopPath + ".log");
-    desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log));
+    desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log, settings_.lockWaitSeconds));
   }
   return *desktop_;
 }
@@ -556,6 +556,12 @@ SimSettings simSettingsFromEnvironment(const std::string& executablePath) {
   std::string cwd = common::currentDirectory();
   if (auto d = env("TAVLIN_SIM_DESKTOP")) s.desktopPath = common::standardizedPath(*d, cwd);
   if (auto l = env("TAVLIN_SIM_EVENT_LOG")) s.eventLogPath = common::standardizedPath(*l, cwd);
+  if (auto w = env("TAVLIN_SIM_LOCK_WAIT")) {
+    // Seconds from 0 to 3600; anything else keeps the default.
+    char* end = nullptr;
+    double seconds = std::strtod(w->c_str(), &end);
+    if (end && *end == '\0' && seconds >= 0 && seconds <= 3600) s.lockWaitSeconds = seconds;
+  }
   if (auto h = env("HOME")) {
     s.homeDirectory = *h;
   } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {

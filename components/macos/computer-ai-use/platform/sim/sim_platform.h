@@ -16,6 +16,7 @@ struct SimSettings {
   std::optional<std::string> eventLogPath;  // TAVLIN_SIM_EVENT_LOG; default "<desktop>.log"
   std::string homeDirectory;                // the simulated user's home
   std::string executablePath;               // for the main bundle path
+  double lockWaitSeconds = defaultLockWaitSeconds;  // TAVLIN_SIM_LOCK_WAIT
 };
 
 class SimPlatform final : public platform::Platform {

@@ -27,10 +27,10 @@ Canvas::Canvas(int width, int height, Color background)
 
 void Canvas::fill(double x, double y, double w, double h, Color color) {
   if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(w) || !std::isfinite(h)) return;
-  int x0 = std::clamp(static_cast<int>(std::lround(x)), 0, width_);
-  int y0 = std::clamp(static_cast<int>(std::lround(y)), 0, height_);
-  int x1 = std::clamp(static_cast<int>(std::lround(x + w)), 0, width_);
-  int y1 = std::clamp(static_cast<int>(std::lround(y + h)), 0, height_);
+  // Clamped while still a double: a frame far off the canvas must not overflow an int.
+  auto clamped = [](double v, int high) { return static_cast<int>(std::round(std::clamp(v, 0.0, double(high)))); };
+  int x0 = clamped(x, width_), y0 = clamped(y, height_);
+  int x1 = clamped(x + w, width_), y1 = clamped(y + h, height_);
   for (int row = y0; row < y1; ++row) {
     uint8_t* p = pixels_.data() + (static_cast<size_t>(row) * static_cast<size_t>(width_) + static_cast<size_t>(x0)) * 3;
     for (int col = x0; col < x1; ++col, p += 3) {
