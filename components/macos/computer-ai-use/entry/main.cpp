@@ -28,14 +28,18 @@ std::optional<std::string> environment(const char* name) {
 
 // The only way the tool modes end: flush, let the platform record what changed (a
 // failure to do so fails the process), record the status for a supervisor, exit.
-[[noreturn]] void finish(int status, const runtime::ProcessValues& values, platform::Platform& platform) {
+// The agent tool records its effects itself, before it shows its result.
+[[noreturn]] void finish(int status, const runtime::ProcessValues& values, platform::Platform& platform,
+                         bool recorded = false) {
   std::fflush(stdout);
   std::fflush(stderr);
-  try {
-    platform.commit();
-  } catch (const std::exception& error) {
-    runtime::writeAll(2, common::escapingLineBreaks(error.what()) + "\n");
-    status = 1;
+  if (!recorded) {
+    try {
+      platform.commit();
+    } catch (const std::exception& error) {
+      runtime::writeAll(2, common::escapingLineBreaks(error.what()) + "\n");
+      status = 1;
+    }
   }
   if (values.tavlinIPCDirectory) writeIPCExitCode(*values.tavlinIPCDirectory, status);
   std::exit(status);
@@ -76,7 +80,7 @@ int main(int argc, char** argv) {
     case entry::Mode::clicker:
       entry::finish(clicker::runClickerCompatibility(rest), values, *platform);
     case entry::Mode::agentTool:
-      entry::finish(entry::runAgentTool(values, *platform), values, *platform);
+      entry::finish(entry::runAgentTool(values, *platform), values, *platform, true);
   }
   return 1;
 }

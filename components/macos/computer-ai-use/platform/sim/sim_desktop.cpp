@@ -29,7 +29,8 @@ constexpr double maxElapsedSeconds = 1e9;
 class Parser;
 double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where);
 
-std::optional<std::chrono::system_clock::time_point> parseTimestamp(const std::string& text) {
+// In seconds: the clock's own nanosecond count cannot hold every year this parses.
+std::optional<std::chrono::sys_seconds> parseTimestamp(const std::string& text) {
   // yyyy-MM-ddTHH:mm:ssZ only, the form the tool itself prints.
   int y, mo, d, h, mi, s;
   char tail = 0;
@@ -532,7 +533,7 @@ void SimDesktop::parse() {
       *parsedStart >= std::chrono::sys_days(std::chrono::year(2200) / 1 / 1)) {
     p.fail("clock.start", "expected a time from 1970 to 2199");
   }
-  clockStart_ = *parsedStart;
+  clockStart_ = std::chrono::time_point_cast<std::chrono::system_clock::duration>(*parsedStart);
 
   if (auto it = root.find("screen"); it != root.end()) {
     p.object(*it, "screen");
