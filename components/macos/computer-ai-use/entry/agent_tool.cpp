@@ -16,6 +16,7 @@
 #include "input/background_paste.h"
 #include "input/keyboard_commands.h"
 #include "input/pointer_commands.h"
+#include "openpanel/open_panel_commands.h"
 #include "snapshot/app_state_format.h"
 #include "snapshot/get_app_state.h"
 
@@ -29,13 +30,6 @@ struct Command {
   std::vector<std::string_view> words;
   Handler handler;
 };
-
-// Commands whose subsystem has not landed yet answer with one clear line.
-Handler notAvailableYet(std::string_view name) {
-  return [name](CommandContext&, const cli::Flags&) {
-    throw cli::ToolError(std::string(name) + " is not available yet");
-  };
-}
 
 struct GetAppStateRequest {
   std::string appQuery;
@@ -76,9 +70,9 @@ const std::vector<Command>& commandTable() {
       {{"set-value", "set_value"}, input::handleSetValue},
       {{"background-paste-clipboard", "background_paste_clipboard"}, input::handleBackgroundPasteClipboard},
       {{"perform-secondary-action", "perform_secondary_action"}, input::handleSecondaryAction},
-      {{"choose-open-panel-path", "choose_open_panel_path"}, notAvailableYet("choose-open-panel-path")},
-      {{"choose-open-panel-bundle", "choose_open_panel_bundle"}, notAvailableYet("choose-open-panel-bundle")},
-      {{"inspect-open-panel", "inspect_open_panel"}, notAvailableYet("inspect-open-panel")},
+      {{"choose-open-panel-path", "choose_open_panel_path"}, openpanel::handleChooseOpenPanelPath},
+      {{"choose-open-panel-bundle", "choose_open_panel_bundle"}, openpanel::handleChooseOpenPanelBundle},
+      {{"inspect-open-panel", "inspect_open_panel"}, openpanel::handleInspectOpenPanel},
       {{"scroll"}, input::handleScroll},
       {{"drag"}, input::handleDrag},
       {{"-h", "--help", "help"},

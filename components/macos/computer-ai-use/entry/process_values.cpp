@@ -24,6 +24,7 @@ runtime::ProcessValues makeProcessValues(runtime::TavlinStartup startup, platfor
   v.exactNameFirstScore = 1000000;
   v.bwcTimestampFormatter = common::CompactTimestampFormatter{};
   v.keyTables = runtime::makeKeyTables();
+  v.openPanelTitles = {{"打开", "Open"}, {"打开", "Open", "选择", "Choose"}, {"取消", "Cancel"}};
   v.programPath = environment.programPath;
   v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
   return v;

@@ -4,6 +4,7 @@
 // is global.
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,13 @@ struct TavlinStartup {
   std::optional<std::string> ipcDirectory;  // absent unless the option had a value
 };
 
+// The Open panel's titles (exact, case-sensitive): English and Simplified Chinese only.
+struct OpenPanelTitleSets {
+  std::set<std::string> panel;         // the panel window or sheet itself
+  std::set<std::string> chooseButton;  // the button that confirms the choice
+  std::set<std::string> cancelButton;  // the button that dismisses the panel
+};
+
 struct ProcessValues {
   TavlinStartup tavlinStartup;
   std::vector<std::string> tavlinArguments;
@@ -29,6 +37,7 @@ struct ProcessValues {
   int64_t exactNameFirstScore = 0;
   common::CompactTimestampFormatter bwcTimestampFormatter;
   KeyTables keyTables;
+  OpenPanelTitleSets openPanelTitles;
   // Beyond the shared list: argv[0] (names the tool in the permission message when
   // there is no bundle) and TAVLIN_AX_TIMEOUT as given (checked where it is used, so
   // a bad value is reported like any other bad input).

@@ -47,7 +47,7 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
       {{"get-app-state", "--window_id", "-5", "--app", "X"}, "--window-id / --window_id expects an unsigned integer\n"},
       {{"get-app-state", "--window-id", "4294967296"}, "--window-id / --window_id expects an unsigned integer\n"},
       {{"click", "--app", "X", "-12"}, "Unexpected argument -12\n"},
-      {{"inspect-open-panel", "--app", "X"}, "inspect-open-panel is not available yet\n"},
+      {{"choose-open-panel-path", "--app", "X"}, "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)\n"},
       {{"__clicker", "where"}, "clicker is not available yet\n"},
   };
   for (const auto& c : cases) {

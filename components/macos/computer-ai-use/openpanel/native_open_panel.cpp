@@ -1,0 +1,407 @@
+#include "openpanel/native_open_panel.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "cli/json_output.h"
+#include "cli/tool_error.h"
+#include "common/files.h"
+#include "common/unicode.h"
+#include "input/event_synthesis.h"
+#include "snapshot/ax_access.h"
+
+namespace tavlin::openpanel {
+
+using platform::AXAttributeValue;
+
+namespace {
+
+const std::string& orEmpty(const std::optional<std::string>& s) {
+  static const std::string empty;
+  return s ? *s : empty;
+}
+
+bool contains(const std::optional<std::string>& text, const char* part) {
+  return text && text->find(part) != std::string::npos;
+}
+
+bool nonEmpty(const std::optional<std::string>& s) { return s && !s->empty(); }
+
+bool inSet(const std::set<std::string>& set, const std::optional<std::string>& text) {
+  return text && set.count(*text) > 0;
+}
+
+std::string percentDecoded(std::string_view text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() + 0 && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+      out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+// URL(string:) for a "file:" URL: its percent-decoded path, without a trailing "/".
+std::optional<std::string> fileURLPath(const std::string& text) {
+  std::string lower = text.substr(0, 7);
+  for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  if (lower != "file://") return std::nullopt;
+  std::string rest = text.substr(7);
+  size_t slash = rest.find('/');
+  if (slash == std::string::npos) return std::nullopt;
+  std::string host = rest.substr(0, slash);
+  if (!host.empty() && host != "localhost") return std::nullopt;
+  std::string path = rest.substr(slash);
+  if (size_t q = path.find_first_of("?#"); q != std::string::npos) path.resize(q);
+  return percentDecoded(path);
+}
+
+constexpr uint16_t keyA = 0, keyG = 5, keyDelete = 51, keyReturn = 36;
+
+// One key of the go-to-folder sequence: down, a pause, up, a pause.
+void keyToPid(PanelContext& c, int32_t pid, uint16_t code, uint64_t flags, double afterUp) {
+  input::postKeyEventToPid(c.platform, pid, code, flags, true, std::nullopt);
+  c.platform.clock().sleep(0.02);
+  input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
+  c.platform.clock().sleep(afterUp);
+}
+
+}  // namespace
+
+// --- detection --------------------------------------------------------------
+
+std::vector<Element> descendants(PanelContext& c, const Element& element) {
+  return elementsOf(c.view.nodes(element));
+}
+
+std::string openPanelLabel(PanelContext& c, const Element& element) {
+  const NodeInfo& n = c.view.info(element);
+  if (nonEmpty(n.title)) return *n.title;
+  if (nonEmpty(n.valueString)) return *n.valueString;
+  return orEmpty(n.description);
+}
+
+bool subtreeHasNativeOpenPanelSignature(PanelContext& c, const Element& element) {
+  bool cancel = false, choose = false, search = false, list = false, identified = false;
+  for (const Element& e : descendants(c, element)) {
+    const NodeInfo& n = c.view.info(e);
+    cancel |= n.role == "AXButton" && inSet(c.titles.cancelButton, n.title);
+    choose |= n.role == "AXButton" && inSet(c.titles.chooseButton, n.title);
+    search |= n.role == "AXTextField" && n.subrole && *n.subrole == "AXSearchField";
+    list |= n.role == "AXOutline" && (contains(n.description, "列表视图") || contains(n.description, "list"));
+    identified |= n.identifier && *n.identifier == "open-panel";
+  }
+  if (identified) return cancel && choose;
+  return cancel && choose && (search || list);
+}
+
+std::optional<Element> findNativeOpenPanel(PanelContext& c, const Element& appElement) {
+  std::vector<Element> nodes = descendants(c, appElement);
+  // From the end: a sheet is found before the window that holds it.
+  for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
+    const NodeInfo& n = c.view.info(*it);
+    if (n.role != "AXSheet" && n.role != "AXWindow") continue;
+    if (!c.titles.panel.count(openPanelLabel(c, *it)) && !(n.identifier && *n.identifier == "open-panel")) continue;
+    if (subtreeHasNativeOpenPanelSignature(c, *it)) return *it;
+  }
+  if (subtreeHasNativeOpenPanelSignature(c, appElement)) return appElement;
+  return std::nullopt;
+}
+
+std::optional<Element> findNativeOpenPanelButton(PanelContext& c, const Element& panel,
+                                                 const std::set<std::string>& titles) {
+  for (const Element& e : descendants(c, panel)) {
+    const NodeInfo& n = c.view.info(e);
+    if (n.role == "AXButton" && inSet(titles, n.title)) return e;
+  }
+  return std::nullopt;
+}
+
+// --- waits ------------------------------------------------------------------
+
+std::string timeoutText(double seconds) {
+  std::string text = cli::formatJSON(cli::Json(seconds), cli::JsonFlavor::encoder);
+  if (text.find_first_of(".en") == std::string::npos) text += ".0";
+  return text;
+}
+
+namespace {
+
+// The shared loop: the clock is read for the start and again before each try, so a
+// timeout of zero or less tries nothing.
+template <typename Try>
+bool pollUntil(PanelContext& c, double timeoutSeconds, double interval, Try attempt) {
+  platform::Clock& clock = c.platform.clock();
+  auto deadline = clock.now() + std::chrono::duration_cast<platform::TimePoint::duration>(
+                                    std::chrono::duration<double>(std::max(0.0, std::min(timeoutSeconds, 1e6))));
+  if (!(timeoutSeconds > 0)) deadline = clock.now();
+  while (clock.now() < deadline) {
+    c.view.nextPoll();
+    if (attempt()) return true;
+    clock.sleep(interval);
+  }
+  return false;
+}
+
+}  // namespace
+
+Element waitForNativeOpenPanel(PanelContext& c, const Element& appElement, double timeoutSeconds) {
+  std::optional<Element> found;
+  if (pollUntil(c, timeoutSeconds, 0.12, [&] { return (found = findNativeOpenPanel(c, appElement)).has_value(); })) {
+    return *found;
+  }
+  throw cli::ToolError("Native Open panel not found within " + timeoutText(timeoutSeconds) + "s");
+}
+
+void waitForNativeOpenPanelToClose(PanelContext& c, const Element& appElement, double timeoutSeconds) {
+  if (pollUntil(c, timeoutSeconds, 0.12, [&] { return !findNativeOpenPanel(c, appElement); })) return;
+  throw cli::ToolError("Native Open panel did not close within " + timeoutText(timeoutSeconds) + "s");
+}
+
+void waitForNativeOpenPanelCondition(PanelContext& c, double timeoutSeconds, const std::function<bool()>& condition,
+                                     double intervalSeconds) {
+  if (pollUntil(c, timeoutSeconds, intervalSeconds, condition)) return;
+  throw cli::ToolError("Native Open panel condition not reached within " + timeoutText(timeoutSeconds) + "s");
+}
+
+// --- model ------------------------------------------------------------------
+
+std::vector<NativeOpenPanelNode> nativeOpenPanelNodes(PanelContext& c, const Element& element) {
+  return c.view.nodes(element);
+}
+
+std::string nativeOpenPanelStandardizedPath(const std::string& path) {
+  return common::standardizedPath(path, common::currentDirectory());
+}
+
+std::string nativeOpenPanelDisplayName(PanelContext& c, const std::string& path) {
+  return c.platform.workspace().displayName(nativeOpenPanelStandardizedPath(path));
+}
+
+std::optional<std::string> urlPathOf(const AXAttributeValue& value) {
+  const std::string* text = value.text();
+  if (const platform::AXURL* url = value.url()) text = &url->absoluteString;
+  if (!text) return std::nullopt;
+  if (auto path = fileURLPath(*text)) return nativeOpenPanelStandardizedPath(*path);
+  // A URL value is always read as a file URL; text that is not one passes as it is.
+  if (value.url()) return std::nullopt;
+  return *text;
+}
+
+std::optional<std::string> nativeOpenPanelURLPath(PanelContext& c, const Element& element) {
+  const NodeInfo& n = c.view.info(element);
+  return n.url ? urlPathOf(*n.url) : std::nullopt;
+}
+
+std::optional<Element> nativeOpenPanelFileList(PanelContext& c, const Element& panel) {
+  std::vector<Element> lists, outlines;
+  for (const Element& e : descendants(c, panel)) {
+    const std::string& role = c.view.info(e).role;
+    if (role == "AXList") lists.push_back(e);
+    if (role == "AXOutline") outlines.push_back(e);
+  }
+  for (const Element& e : lists) {
+    const NodeInfo& n = c.view.info(e);
+    if ((n.description && *n.description == "图标视图") ||
+        (n.description && common::containsIgnoringCase(*n.description, "icon")) ||
+        (n.identifier && *n.identifier == "IconView")) {
+      return e;
+    }
+  }
+  for (const Element& e : lists) {
+    if (!contains(c.view.info(e).description, "边栏")) return e;
+  }
+  if (outlines.empty()) return std::nullopt;
+  for (const Element& e : outlines) {
+    if (c.view.info(e).identifier == std::optional<std::string>("ListView")) return e;
+  }
+  for (const Element& e : outlines) {
+    if (contains(c.view.info(e).description, "列表视图")) return e;
+  }
+  for (const Element& e : outlines) {
+    if (!contains(c.view.info(e).description, "边栏")) return e;
+  }
+  return outlines.front();
+}
+
+std::vector<NativeOpenPanelNode> nativeOpenPanelFileListCandidates(PanelContext& c, const Element& panel) {
+  std::optional<Element> list = nativeOpenPanelFileList(c, panel);
+  if (!list) return {};
+  std::vector<NativeOpenPanelNode> nodes = c.view.nodes(*list);
+  std::vector<NativeOpenPanelNode> out;
+  if (c.view.info(*list).role == "AXList") {
+    for (const auto& node : nodes) {
+      if (c.view.info(node.element).role == "AXImage") out.push_back(node);
+    }
+    if (!out.empty()) return out;
+  }
+  for (const auto& node : nodes) {
+    const std::string& role = c.view.info(node.element).role;
+    if (role == "AXTextField" || role == "AXStaticText" || role == "AXImage") out.push_back(node);
+  }
+  return out;
+}
+
+std::optional<std::string> nativeOpenPanelLocationValue(PanelContext& c, const Element& panel) {
+  for (const Element& e : descendants(c, panel)) {
+    const NodeInfo& n = c.view.info(e);
+    if (n.role != "AXPopUpButton") continue;
+    if (contains(n.title, "位置") || (n.identifier && *n.identifier == "where popup")) {
+      return n.valueString ? n.valueString : n.title;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string entryLabel(PanelContext& c, const Element& element) {
+  const NodeInfo& n = c.view.info(element);
+  if (nonEmpty(n.title)) return *n.title;
+  if (nonEmpty(n.valueString)) return *n.valueString;
+  return orEmpty(n.description);
+}
+
+std::string nativeOpenPanelFingerprint(PanelContext& c, const Element& panel) {
+  std::string out;
+  for (const auto& node : nativeOpenPanelFileListCandidates(c, panel)) {
+    std::string label = nativeOpenPanelURLPath(c, node.element).value_or(entryLabel(c, node.element));
+    if (label.empty()) continue;
+    if (!out.empty()) out += "|";
+    out += label;
+  }
+  return out;
+}
+
+bool nativeOpenPanelChooseButtonEnabled(PanelContext& c, const Element& panel) {
+  std::optional<Element> button = findNativeOpenPanelButton(c, panel, c.titles.chooseButton);
+  if (!button) return false;
+  const auto& enabled = c.view.info(*button).enabled;
+  return enabled && enabled->number() && enabled->number()->truthValue();
+}
+
+// --- input ------------------------------------------------------------------
+
+void navigateNativeOpenPanelToPath(PanelContext& c, int32_t pid, const std::string& path) {
+  using namespace platform::eventflags;
+  keyToPid(c, pid, keyG, command | shift, 0.18);
+  keyToPid(c, pid, keyA, command, 0.04);
+  keyToPid(c, pid, keyDelete, 0, 0.04);
+  input::typeUnicodeTextToPid(c.platform, pid, path);
+  keyToPid(c, pid, keyReturn, 0, 0.35);
+}
+
+bool nativeOpenPanelPerformFirstAvailableAction(PanelContext& c, const std::vector<std::string>& actions,
+                                                const std::vector<Element>& elements) {
+  platform::Accessibility& ax = c.view.accessibility();
+  for (const Element& e : elements) {
+    std::vector<std::string> offered = snapshot::axActions(ax, e);
+    for (const std::string& action : actions) {
+      if (std::find(offered.begin(), offered.end(), action) == offered.end()) continue;
+      if (ax.performAction(e, action) == platform::AXError::success) return true;
+    }
+  }
+  return false;
+}
+
+namespace {
+
+platform::Point visibleCentre(PanelContext& c, const Element& element) {
+  std::optional<platform::Rect> frame = snapshot::axFrame(c.view.accessibility(), element);
+  if (!frame || !(frame->size.width > 0) || !(frame->size.height > 0)) {
+    throw cli::ToolError("Native Open panel click target has no visible frame");
+  }
+  return {frame->origin.x + frame->size.width / 2, frame->origin.y + frame->size.height / 2};
+}
+
+}  // namespace
+
+void nativeOpenPanelClickElement(PanelContext& c, int32_t pid, const Element& element, int64_t clickState) {
+  input::postMouseClickToPid(c.platform, pid, visibleCentre(c, element), clickState);
+}
+
+void nativeOpenPanelDoubleClickElement(PanelContext& c, int32_t pid, const Element& element) {
+  input::postMouseClickToPid(c.platform, pid, visibleCentre(c, element), 1);
+  c.platform.clock().sleep(0.07);
+  // Read again: the first click may have moved the entry.
+  input::postMouseClickToPid(c.platform, pid, visibleCentre(c, element), 2);
+}
+
+// --- anchoring and lookup ---------------------------------------------------
+
+std::vector<std::string> pathComponents(const std::string& path) {
+  std::vector<std::string> parts;
+  if (path.empty()) return parts;
+  if (path.front() == '/') parts.push_back("/");
+  size_t i = 0;
+  while (i < path.size()) {
+    size_t j = path.find('/', i);
+    if (j == std::string::npos) j = path.size();
+    if (j > i) parts.push_back(path.substr(i, j - i));
+    i = j + 1;
+  }
+  return parts;
+}
+
+std::vector<std::string> nativeOpenPanelPathPrefixes(const std::string& path, bool includeTarget) {
+  std::string target = nativeOpenPanelStandardizedPath(path);
+  std::vector<std::string> parts = pathComponents(target);
+  std::vector<std::string> out;
+  if (parts.size() <= 1) return out;
+  std::string accumulator = parts[0];
+  for (size_t i = 1; i < parts.size(); ++i) {
+    accumulator = nativeOpenPanelStandardizedPath(common::appendPathComponent(accumulator, parts[i]));
+    if (accumulator == target && !includeTarget) continue;
+    out.push_back(accumulator);
+  }
+  return out;
+}
+
+std::optional<std::string> nativeOpenPanelAnchorPath(PanelContext& c, const std::string& targetPath, bool isDirectory,
+                                                     const std::optional<std::string>& location) {
+  if (!location || location->empty()) return std::nullopt;
+  std::vector<std::string> prefixes = nativeOpenPanelPathPrefixes(targetPath, isDirectory);
+  for (auto it = prefixes.rbegin(); it != prefixes.rend(); ++it) {
+    if (common::lastPathComponent(*it) == *location) return *it;
+    if (nativeOpenPanelDisplayName(c, *it) == *location) return *it;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::vector<std::string>> nativeOpenPanelRelativeComponents(const std::string& anchor,
+                                                                          const std::string& target) {
+  std::vector<std::string> a = pathComponents(nativeOpenPanelStandardizedPath(anchor));
+  std::vector<std::string> t = pathComponents(nativeOpenPanelStandardizedPath(target));
+  if (t.size() < a.size() || !std::equal(a.begin(), a.end(), t.begin())) return std::nullopt;
+  return std::vector<std::string>(t.begin() + static_cast<std::ptrdiff_t>(a.size()), t.end());
+}
+
+std::optional<NativeOpenPanelNode> nativeOpenPanelFindEntry(PanelContext& c, const Element& panel,
+                                                            const std::string& childPath,
+                                                            const std::string& componentName) {
+  std::string displayName = nativeOpenPanelDisplayName(c, childPath);
+  std::string standardized = nativeOpenPanelStandardizedPath(childPath);
+  for (const auto& node : nativeOpenPanelFileListCandidates(c, panel)) {
+    if (nativeOpenPanelURLPath(c, node.element) == standardized) return node;
+    const NodeInfo& n = c.view.info(node.element);
+    if (n.filename == componentName) return node;
+    std::string label = entryLabel(c, node.element);
+    if (label == componentName || label == displayName) return node;
+  }
+  return std::nullopt;
+}
+
+std::vector<Element> nativeOpenPanelAncestorChain(PanelContext& c, const NativeOpenPanelNode& node) {
+  std::vector<Element> chain{node.element};
+  if (node.parent) chain.push_back(*node.parent);
+  for (int i = 0; i < 32; ++i) {
+    std::optional<Element> parent = c.view.info(chain.back()).parent;
+    if (!parent) break;
+    chain.push_back(*parent);
+  }
+  return chain;
+}
+
+}  // namespace tavlin::openpanel
