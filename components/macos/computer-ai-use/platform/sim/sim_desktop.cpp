@@ -419,6 +419,11 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   pendingLog_ = std::move(other.pendingLog_);
   roundTrips_ = other.roundTrips_;
   roundTripsBefore_ = other.roundTripsBefore_;
+  panels_ = std::move(other.panels_);
+  staticElements_ = other.staticElements_;
+  displayNames_ = std::move(other.displayNames_);
+  hashIndex_ = std::move(other.hashIndex_);
+  ids_ = std::move(other.ids_);
   return *this;
 }
 
@@ -504,7 +509,7 @@ void SimDesktop::parse() {
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
                          "pointer", "apps", "windows", "stats", "pendingActivation", "capture",
-                         "eventCreationFails"});
+                         "eventCreationFails", "displayNames"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -591,7 +596,7 @@ void SimDesktop::parse() {
       std::string where = "apps[" + std::to_string(i) + "]";
       const ordered_json& a = p.object((*it)[i], where);
       p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
-                             "activation", "unhideFails", "responds", "takesFocusOnClick", "ui"});
+                             "activation", "unhideFails", "responds", "takesFocusOnClick", "ui", "openPanel"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -641,6 +646,22 @@ void SimDesktop::parse() {
     }
   }
   elements_ = builder.elements();
+  ids_ = builder.ids();
+  if (auto it = root.find("displayNames"); it != root.end()) {
+    p.object(*it, "displayNames");
+    for (auto d = it->begin(); d != it->end(); ++d) displayNames_[d.key()] = p.string(d.value(), "displayNames." + d.key());
+  }
+  if (auto it = root.find("apps"); it != root.end()) {
+    for (size_t i = 0; i < it->size(); ++i) {
+      const ordered_json& a = (*it)[i];
+      if (auto panel = a.find("openPanel"); panel != a.end()) {
+        parseOpenPanel(*panel, "apps[" + std::to_string(i) + "].openPanel", "/apps/" + std::to_string(i) + "/openPanel",
+                       apps_[i].info.pid, apps_[i].uiElement.value_or(SIZE_MAX));
+      }
+    }
+  }
+  staticElements_ = elements_.size();
+  rebuildOpenPanels();
 
   if (auto it = root.find("frontmostPid"); it != root.end() && !it->is_null()) {
     int64_t pid = p.integer(*it, "frontmostPid", std::numeric_limits<int32_t>::min(),
@@ -816,6 +837,87 @@ void SimDesktop::commit() {
     }
     pendingLog_.clear();
   }
+}
+
+}  // namespace tavlin::sim
+
+namespace tavlin::sim {
+
+void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& where, const std::string& pointer,
+                                int32_t pid, size_t appIndex) {
+  Parser p(path_);
+  p.object(json, where);
+  p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
+                            "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "entriesDelay", "state"});
+  if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
+  PanelSlot slot;
+  slot.jsonPointer = pointer;
+  SimOpenPanelConfig& c = slot.config;
+  c.pid = pid;
+  auto choice = [&](const char* key, std::string& field, std::initializer_list<const char*> allowed) {
+    auto it = json.find(key);
+    if (it == json.end()) return;
+    field = p.string(*it, where + "." + key);
+    for (const char* a : allowed) {
+      if (field == a) return;
+    }
+    std::string list;
+    for (const char* a : allowed) list += (list.empty() ? "\"" : ", \"") + std::string(a) + "\"";
+    p.fail(where + "." + key, "expected one of " + list);
+  };
+  choice("presentation", c.presentation, {"sheet", "window"});
+  choice("language", c.language, {"en", "zh"});
+  choice("view", c.view, {"list", "icon"});
+  choice("chooses", c.chooses, {"files", "folders", "filesAndFolders"});
+  if (auto it = json.find("prompt"); it != json.end()) c.prompt = p.string(*it, where + ".prompt");
+  if (auto it = json.find("frame"); it != json.end()) {
+    auto n = p.numbers(*it, where + ".frame", 4, "[x, y, width, height]");
+    c.frame = {{n[0], n[1]}, {n[2], n[3]}};
+  }
+  auto flag = [&](const char* key, bool& field) {
+    if (auto it = json.find(key); it != json.end()) field = p.boolean(*it, where + "." + key);
+  };
+  flag("rowsRefuseSelection", c.rowsRefuseSelection);
+  flag("withoutAXOpen", c.withoutAXOpen);
+  flag("neverCloses", c.neverCloses);
+  if (auto it = json.find("entriesDelay"); it != json.end()) c.entriesDelay = boundedSeconds(p, *it, where + ".entriesDelay");
+  auto folder = json.find("folder");
+  if (folder == json.end()) p.fail(where, "missing \"folder\" (the folder the panel shows)");
+  slot.state.folder = p.string(*folder, where + ".folder");
+  if (slot.state.folder.empty() || slot.state.folder.front() != '/') p.fail(where + ".folder", "expected an absolute path");
+  if (c.presentation == "sheet") {
+    auto host = json.find("host");
+    if (host == json.end()) p.fail(where, "a sheet needs \"host\": the id of its window");
+    c.hostId = p.string(*host, where + ".host");
+    auto id = ids_.find(c.hostId);
+    if (id == ids_.end()) p.fail(where + ".host", "no element has id \"" + c.hostId + "\"");
+    slot.hostIndex = id->second;
+  } else {
+    slot.hostIndex = appIndex;
+  }
+  if (auto it = json.find("state"); it != json.end()) {
+    // Written by the tool: where the panel is now.
+    p.object(*it, where + ".state");
+    p.allowKeys(*it, where + ".state", {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt"});
+    SimOpenPanelState& s = slot.state;
+    if (auto v = it->find("folder"); v != it->end()) s.folder = p.string(*v, where + ".state.folder");
+    if (auto v = it->find("selection"); v != it->end() && !v->is_null()) s.selection = p.string(*v, where + ".state.selection");
+    if (auto v = it->find("goTo"); v != it->end() && !v->is_null()) s.goTo = p.string(*v, where + ".state.goTo");
+    if (auto v = it->find("history"); v != it->end()) s.history = p.strings(*v, where + ".state.history");
+    if (auto v = it->find("open"); v != it->end()) s.open = p.boolean(*v, where + ".state.open");
+    if (auto v = it->find("chosen"); v != it->end() && !v->is_null()) s.chosen = p.string(*v, where + ".state.chosen");
+    if (auto v = it->find("shownAt"); v != it->end()) {
+      s.shownAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.shownAt") * 1e6);
+    }
+  }
+  const SimElement& host = elements_.at(slot.hostIndex);
+  if (auto it = host.attributes.find("AXChildren"); it != host.attributes.end()) {
+    if (auto* list = std::get_if<StoredArray>(&it->second.storage)) slot.hostChildren = *list;
+  }
+  if (auto it = host.attributes.find("AXWindows"); it != host.attributes.end()) {
+    if (auto* list = std::get_if<StoredArray>(&it->second.storage)) slot.hostWindows = *list;
+  }
+  panels_.push_back(std::move(slot));
 }
 
 }  // namespace tavlin::sim

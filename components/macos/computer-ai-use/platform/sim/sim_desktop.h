@@ -16,6 +16,8 @@
 
 #include "common/unicode.h"
 #include "platform/accessibility.h"
+#include "platform/events.h"
+#include "platform/sim/sim_open_panel.h"
 #include "platform/geometry.h"
 #include "platform/window_list.h"
 #include "platform/workspace.h"
@@ -58,6 +60,11 @@ struct SimElement {
   std::map<std::string, platform::AXError> actionErrors;  // actions that fail with this code
   std::vector<std::string> actions;
   std::vector<std::string> settable;
+  // Elements of a simulated Open panel: which panel, what the element stands for
+  // ("entry", "row", "choose", "cancel"), and the entry's path.
+  int panel = -1;
+  std::string panelRole;
+  std::string panelPath;
 };
 
 // How an application answers a request to activate it.
@@ -139,6 +146,17 @@ class SimDesktop {
   // activation takes effect when the clock passes its time, also in a later command.
   bool requestActivation(int32_t pid);
 
+  // --- simulated Open panels (sim_open_panel.cpp) ---
+  // Performs a panel's reaction to an action on one of its elements.
+  void openPanelAction(size_t index, const std::string& action);
+  // A pid-targeted event reaching an application with a panel.
+  void openPanelInput(int32_t pid, const platform::Event& event);
+  // The name the panel (and the file manager) shows for a path: "displayNames" of the
+  // file, else the name with an ".app" extension hidden.
+  std::string displayName(const std::string& path) const;
+  // The element that now has this hash (a panel rebuilds its elements as it changes).
+  std::optional<size_t> indexOfHash(uint64_t hash) const;
+
   // --- clock ---
   std::chrono::system_clock::time_point clockStart() const { return clockStart_; }
   std::chrono::system_clock::time_point now() const;
@@ -171,6 +189,28 @@ class SimDesktop {
   SimDesktop() = default;
   void parse();
 
+  struct PanelSlot {
+    SimOpenPanelConfig config;
+    SimOpenPanelState state;
+    std::string jsonPointer;
+    size_t hostIndex = 0;          // the window (sheet) or application element (window)
+    StoredArray hostChildren;      // the host's own AXChildren
+    StoredArray hostWindows;       // the application's own AXWindows (window presentation)
+  };
+  void parseOpenPanel(const nlohmann::ordered_json& json, const std::string& where, const std::string& pointer,
+                      int32_t pid, size_t appIndex);
+  void rebuildOpenPanels();
+  void savePanel(size_t panel);
+  std::vector<SimPanelEntry> panelEntries(const PanelSlot& slot) const;
+  void panelShow(size_t panel, const std::string& folder, const std::optional<std::string>& selection,
+                 bool remember = true);
+  void panelConfirm(size_t panel);
+  bool panelChooseEnabled(const PanelSlot& slot) const;
+  std::vector<PanelSlot> panels_;
+  size_t staticElements_ = 0;
+  std::map<std::string, std::string> displayNames_;
+  std::map<uint64_t, size_t> hashIndex_;
+  std::map<std::string, size_t> ids_;
   std::string path_;
   std::string eventLogPath_;
   int lockDescriptor_ = -1;

@@ -20,7 +20,7 @@ namespace {
 // Element handles carry the desktop's element index and its hash.
 struct SimElementImpl final : ElementImpl {
   SimElementImpl(size_t i, uint64_t h) : index(i), hash(h) {}
-  size_t index;
+  mutable size_t index;  // refreshed when the element moved (a rebuilt Open panel)
   uint64_t hash;
 };
 
@@ -203,6 +203,7 @@ class SimAccessibilityPort final : public Accessibility {
     AXError result = failure == e->actionErrors.end() ? AXError::success : failure->second;
     d.log(target(*e), "perform-action",
           {{"element", label(*e)}, {"action", action}, {"result", std::to_string(static_cast<int32_t>(result))}});
+    if (result == AXError::success) d.openPanelAction(simElement(element)->index, action);
     return result;
   }
 
@@ -251,10 +252,18 @@ class SimAccessibilityPort final : public Accessibility {
     return Element(std::make_shared<SimElementImpl>(index, d.element(index).hash));
   }
 
+  // The element a handle stands for: by index while the hash still matches, else the
+  // element that now has its hash (an Open panel rebuilds its elements); none when the
+  // element is gone.
   static const SimElement* resolve(const SimDesktop& d, const Element& element) {
     const SimElementImpl* e = simElement(element);
-    if (!e || e->index >= d.elements().size()) return nullptr;
-    return &d.element(e->index);
+    if (!e) return nullptr;
+    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) return &d.element(e->index);
+    if (auto index = d.indexOfHash(e->hash)) {
+      e->index = *index;
+      return &d.element(*index);
+    }
+    return nullptr;
   }
 
   static std::string target(const SimElement& e) { return "pid:" + std::to_string(e.pid); }
@@ -337,6 +346,7 @@ class SimEventsPort final : public Events {
     if (app && app->takesFocusOnClick && event.type == EventType::leftMouseDown && d.frontmostPid() != pid) {
       d.setFrontmostPid(pid);
     }
+    d.openPanelInput(pid, event);
   }
   bool warpMouseCursor(Point point) override {
     SimDesktop& d = p_.desktop();
@@ -379,11 +389,7 @@ class SimWorkspacePort final : public Workspace {
     d.log("pid:" + std::to_string(pid), "activate", {{"options", hex(options)}});
     return d.requestActivation(pid);
   }
-  std::string displayName(const std::string& path) override {
-    std::string name = common::lastPathComponent(path);
-    if (name.size() > 4 && name.ends_with(".app")) name.resize(name.size() - 4);
-    return name;
-  }
+  std::string displayName(const std::string& path) override { return p_.desktop().displayName(path); }
   std::optional<std::string> userCachesDirectory() override {
     return common::appendPathComponent(homeDirectory(), "Library/Caches");
   }

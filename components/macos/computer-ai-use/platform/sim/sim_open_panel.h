@@ -1,0 +1,56 @@
+#pragma once
+// The simulated Open panel: bound to a real folder on disk, it builds its own
+// accessibility subtree the way the real panel does (a sheet on a document window or
+// a window of its own; English or Simplified Chinese; list view rows or icon view
+// items; sidebar, "where" pop-up, search field, Open/Choose and Cancel buttons) and
+// reacts to pid-targeted clicks, "AXOpen", "AXPress", the go-to-folder keys and
+// Return. Its state (folder, selection, go-to text, history, the chosen path) lives in
+// the desktop file, so a sequence of commands sees one panel.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/events.h"
+#include "platform/geometry.h"
+
+namespace tavlin::sim {
+
+struct SimOpenPanelConfig {
+  int32_t pid = 0;
+  std::string presentation = "sheet";  // "sheet" (on `host`) or "window"
+  std::string hostId;                  // the document window's element id, for a sheet
+  std::string language = "en";         // "en" or "zh"
+  std::string view = "list";           // "list" or "icon"
+  std::string chooses = "files";       // "files", "folders" or "filesAndFolders"
+  std::string prompt;                  // the choose button's title; default Open / 打开
+  platform::Rect frame{{100, 100}, {700, 450}};
+  // Faults on demand.
+  bool rowsRefuseSelection = false;  // clicks and actions never select
+  bool withoutAXOpen = false;        // no element offers "AXOpen"
+  bool neverCloses = false;          // confirming records nothing and the panel stays
+  double entriesDelay = 0;           // a folder's entries appear this long after it is shown
+};
+
+struct SimOpenPanelState {
+  std::string folder;
+  std::optional<std::string> selection;
+  std::optional<std::string> goTo;  // the go-to-folder field's text while its sheet is open
+  std::vector<std::string> history;
+  bool open = true;
+  std::optional<std::string> chosen;
+  int64_t shownAtMicros = 0;  // when the folder was shown (for entriesDelay)
+};
+
+// One entry of the shown folder.
+struct SimPanelEntry {
+  std::string path;
+  std::string name;
+  std::string displayName;
+  bool folder = false;  // a folder the panel opens (not a bundle)
+  bool bundle = false;  // a package such as an .app bundle
+};
+
+}  // namespace tavlin::sim
