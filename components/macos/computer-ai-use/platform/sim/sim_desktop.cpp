@@ -797,8 +797,17 @@ bool SimDesktop::requestActivation(int32_t pid) {
 
 void SimDesktop::advance(double seconds) {
   if (seconds > 0) {
+    int64_t before = elapsedMicros_;
     elapsedMicros_ += std::llround(seconds * 1e6);
     dirty_ = true;
+    // A panel whose folder's entries were still to come shows them once their time is reached.
+    for (const PanelSlot& slot : panels_) {
+      int64_t due = slot.state.shownAtMicros + std::llround(slot.config.entriesDelay * 1e6);
+      if (slot.config.entriesDelay > 0 && before < due && elapsedMicros_ >= due) {
+        rebuildOpenPanels();
+        break;
+      }
+    }
   }
   if (pendingActivation_ && pendingActivation_->atMicros <= elapsedMicros_) {
     int32_t pid = pendingActivation_->pid;
