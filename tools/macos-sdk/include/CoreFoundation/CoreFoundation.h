@@ -127,6 +127,8 @@ Boolean CFNumberIsFloatType(CFNumberRef number);
 Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 CFStringRef CFURLGetString(CFURLRef anURL);
+typedef struct __CFError* CFErrorRef;
+CFURLRef CFURLCreateFilePathURL(CFAllocatorRef allocator, CFURLRef url, CFErrorRef* error);  // 10.6
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const uint8_t* buffer, CFIndex bufLen,
                                                  Boolean isDirectory);
 

@@ -78,7 +78,14 @@ AXAttributeValue convert(CFTypeRef value) {
   if (type == AXUIElementGetTypeID()) {
     return {wrap(CFHandle<AXUIElementRef>::retain(static_cast<AXUIElementRef>(value)))};
   }
-  if (type == CFURLGetTypeID()) return {platform::AXURL{toUTF8(CFURLGetString(static_cast<CFURLRef>(value)))}};
+  if (type == CFURLGetTypeID()) {
+    // The Open panel's entries carry file-reference URLs (file:///.file/id=...), which
+    // name a file by its id: turned into a path URL here, as the platform's URL
+    // bridging does, so the core reads a path.
+    auto url = static_cast<CFURLRef>(value);
+    auto path = CFHandle<CFURLRef>::adopt(CFURLCreateFilePathURL(kCFAllocatorDefault, url, nullptr));
+    return {platform::AXURL{toUTF8(CFURLGetString(path ? path.get() : url))}};
+  }
   if (type == CFArrayGetTypeID()) {
     auto array = static_cast<CFArrayRef>(value);
     platform::AXArray items;
