@@ -11,3 +11,5 @@ cmake --build "$build" -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
 echo
 echo "get-app-state end to end (the real binary):"
 "$build"/components/macos/computer-ai-use/benchmarks/tavlin_snapshot_benchmark "$build/Tavlin"
+echo
+"$build"/components/macos/computer-ai-use/benchmarks/tavlin_open_panel_benchmark

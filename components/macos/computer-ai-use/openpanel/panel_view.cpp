@@ -24,7 +24,8 @@ const std::vector<std::string>& slotNames() {
 
 }  // namespace
 
-PanelView::PanelView(platform::Accessibility& ax, const std::vector<std::string>& traversalAttributes) : ax_(ax) {
+PanelView::PanelView(platform::Accessibility& ax, const std::vector<std::string>& traversalAttributes, bool memoise)
+    : ax_(ax), memoise_(memoise) {
   names_ = slotNames();
   traversalStart_ = names_.size();
   names_.insert(names_.end(), traversalAttributes.begin(), traversalAttributes.end());
@@ -32,7 +33,9 @@ PanelView::PanelView(platform::Accessibility& ax, const std::vector<std::string>
 
 const NodeInfo& PanelView::info(const Element& element) {
   uint64_t key = ax_.hash(element);
-  if (auto it = infos_.find(key); it != infos_.end()) return it->second;
+  if (memoise_) {
+    if (auto it = infos_.find(key); it != infos_.end()) return it->second;
+  }
   ++elementsRead_;
   std::vector<platform::AXCopyResult> results;
   std::vector<std::optional<AXAttributeValue>> v(names_.size());
@@ -61,12 +64,17 @@ const NodeInfo& PanelView::info(const Element& element) {
       if (seen.insert(ax_.hash(child)).second) n.children.push_back(std::move(child));
     }
   }
+  if (!memoise_) return unmemoised_.emplace_back(std::move(n));  // earlier references stay valid
   return infos_.emplace(key, std::move(n)).first->second;
 }
 
 const std::vector<std::string>& PanelView::actions(const Element& element) {
   uint64_t key = ax_.hash(element);
-  if (auto it = actions_.find(key); it != actions_.end()) return it->second;
+  if (memoise_) {
+    if (auto it = actions_.find(key); it != actions_.end()) return it->second;
+  } else {
+    return unmemoisedActions_.emplace_back(snapshot::axActions(ax_, element));
+  }
   return actions_.emplace(key, snapshot::axActions(ax_, element)).first->second;
 }
 
@@ -101,6 +109,8 @@ std::vector<NativeOpenPanelNode> PanelView::nodes(const Element& root) {
 void PanelView::nextPoll() {
   infos_.clear();
   actions_.clear();
+  unmemoised_.clear();
+  unmemoisedActions_.clear();
 }
 
 std::vector<Element> elementsOf(const std::vector<NativeOpenPanelNode>& nodes) {

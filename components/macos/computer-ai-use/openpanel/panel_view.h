@@ -6,6 +6,7 @@
 // candidates) cost one read per node. `nextPoll()` forgets everything: each poll sees
 // the live tree afresh.
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -36,7 +37,9 @@ struct NativeOpenPanelNode {
 
 class PanelView {
  public:
-  PanelView(platform::Accessibility& ax, const std::vector<std::string>& traversalAttributes);
+  // `memoise` false reads on every question, as a walk without the view would; it
+  // exists to measure what the view saves (see benchmarks/).
+  PanelView(platform::Accessibility& ax, const std::vector<std::string>& traversalAttributes, bool memoise = true);
 
   platform::Accessibility& accessibility() { return ax_; }
   const NodeInfo& info(const platform::Element& element);
@@ -59,6 +62,9 @@ class PanelView {
   std::unordered_map<uint64_t, NodeInfo> infos_;
   std::unordered_map<uint64_t, std::vector<std::string>> actions_;
   uint64_t elementsRead_ = 0;
+  bool memoise_ = true;
+  std::deque<NodeInfo> unmemoised_;
+  std::deque<std::vector<std::string>> unmemoisedActions_;
 };
 
 // The node list's elements alone.
