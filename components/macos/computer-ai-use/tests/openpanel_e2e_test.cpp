@@ -162,6 +162,20 @@ TEST(OpenPanel, FaultsEndInBoundedTimeOrTheFallback) {
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(field(run.out, "strategy"), "\"go-to-folder-sheet\"");
 
+  // Without "AXOpen" the path route opens folders with a pid-targeted double click.
+  PanelDesktop noOpen(kind, R"(, "withoutAXOpen": true)");
+  run = noOpen.run({"choose-open-panel-path", "--app", "Editor", "--path",
+                    noOpen.files.file("root/Alpha Dir/b/\xC3\xA7/Report.pdf")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(field(run.out, "strategy"), "\"ax-hierarchy\"");
+  std::string events = noOpen.events();
+  size_t doubleClicks = 0;
+  for (size_t at = 0; (at = events.find("left-mouse-down", at)) != std::string::npos; ++at) {
+    doubleClicks += events.compare(events.find('\n', at) - 12, 12, "clickState=2") == 0;
+  }
+  EXPECT_EQ(doubleClicks, 3u) << events;  // one per folder on the way
+  EXPECT_EQ(events.find("AXOpen"), std::string::npos);
+
   // Entries that appear late are waited for.
   PanelDesktop slow(kind, R"(, "entriesDelay": 1.0)");
   run = slow.run({"choose-open-panel-path", "--app", "Editor", "--path", slow.files.file("root/top.txt")});
