@@ -1,0 +1,733 @@
+// Loading a desktop file: the lock, the limits, and the validating reader that turns
+// the document into the model (every error names the file and the place).
+#include "platform/sim/sim_desktop.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <algorithm>
+#include <set>
+
+#include "common/files.h"
+#include "common/json_text.h"
+
+namespace tavlin::sim {
+
+using nlohmann::ordered_json;
+using platform::AXError;
+using platform::AXNumber;
+
+namespace {
+
+constexpr const char* defaultClockStart = defaultDesktopClockStart;
+constexpr double maxElapsedSeconds = 1e9;
+
+class Parser;
+double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where);
+
+// In seconds: the clock's own nanosecond count cannot hold every year this parses.
+std::optional<std::chrono::sys_seconds> parseTimestamp(const std::string& text) {
+  // yyyy-MM-ddTHH:mm:ssZ only, the form the tool itself prints.
+  int y, mo, d, h, mi, s;
+  char tail = 0;
+  if (text.size() != 20 || std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &s, &tail) != 7 ||
+      tail != 'Z') {
+    return std::nullopt;
+  }
+  using namespace std::chrono;
+  year_month_day date{year(y), month(static_cast<unsigned>(mo)), day(static_cast<unsigned>(d))};
+  if (!date.ok() || h > 23 || mi > 59 || s > 59) return std::nullopt;
+  return sys_days(date) + hours(h) + minutes(mi) + seconds(s);
+}
+
+const std::map<std::string, AXError>& axErrorNames() {
+  static const std::map<std::string, AXError> names = {
+      {"failure", AXError::failure},
+      {"illegalArgument", AXError::illegalArgument},
+      {"invalidUIElement", AXError::invalidUIElement},
+      {"invalidUIElementObserver", AXError::invalidUIElementObserver},
+      {"cannotComplete", AXError::cannotComplete},
+      {"attributeUnsupported", AXError::attributeUnsupported},
+      {"actionUnsupported", AXError::actionUnsupported},
+      {"notificationUnsupported", AXError::notificationUnsupported},
+      {"notImplemented", AXError::notImplemented},
+      {"notificationAlreadyRegistered", AXError::notificationAlreadyRegistered},
+      {"notificationNotRegistered", AXError::notificationNotRegistered},
+      {"apiDisabled", AXError::apiDisabled},
+      {"noValue", AXError::noValue},
+      {"parameterizedAttributeUnsupported", AXError::parameterizedAttributeUnsupported},
+      {"notEnoughPrecision", AXError::notEnoughPrecision},
+  };
+  return names;
+}
+
+// Element keys that stand for one accessibility attribute each.
+const std::map<std::string, std::string>& attributeShortcuts() {
+  static const std::map<std::string, std::string> shortcuts = {
+      {"role", "AXRole"},
+      {"subrole", "AXSubrole"},
+      {"title", "AXTitle"},
+      {"description", "AXDescription"},
+      {"identifier", "AXIdentifier"},
+      {"roleDescription", "AXRoleDescription"},
+      {"value", "AXValue"},
+      {"enabled", "AXEnabled"},
+      {"focused", "AXFocused"},
+      {"position", "AXPosition"},
+      {"size", "AXSize"},
+  };
+  return shortcuts;
+}
+
+// Validating reader: every failure names the file and the place in it.
+class Parser {
+ public:
+  Parser(const std::string& file) : file_(file) {}
+
+  [[noreturn]] void fail(const std::string& where, const std::string& message) const {
+    throw DesktopError("Simulated desktop " + file_ + ": " + (where.empty() ? "" : where + ": ") + message);
+  }
+
+  void allowKeys(const ordered_json& object, const std::string& where, std::initializer_list<const char*> keys) const {
+    for (auto it = object.begin(); it != object.end(); ++it) {
+      bool known = false;
+      for (const char* k : keys) known |= it.key() == k;
+      if (!known) fail(where, "unknown key \"" + it.key() + "\"");
+    }
+  }
+
+  const ordered_json& object(const ordered_json& j, const std::string& where) const {
+    if (!j.is_object()) fail(where, "expected an object");
+    return j;
+  }
+  const ordered_json& array(const ordered_json& j, const std::string& where) const {
+    if (!j.is_array()) fail(where, "expected an array");
+    return j;
+  }
+  std::string string(const ordered_json& j, const std::string& where) const {
+    if (!j.is_string()) fail(where, "expected a string");
+    return j.get<std::string>();
+  }
+  bool boolean(const ordered_json& j, const std::string& where) const {
+    if (!j.is_boolean()) fail(where, "expected true or false");
+    return j.get<bool>();
+  }
+  double number(const ordered_json& j, const std::string& where) const {
+    if (!j.is_number()) fail(where, "expected a number");
+    double v = j.get<double>();
+    if (!std::isfinite(v)) fail(where, "expected a finite number");
+    return v;
+  }
+  int64_t integer(const ordered_json& j, const std::string& where, int64_t min, int64_t max) const {
+    if (!j.is_number_integer()) fail(where, "expected an integer");
+    if (j.is_number_unsigned() && j.get<uint64_t>() > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+      fail(where, "integer out of range");
+    }
+    int64_t v = j.get<int64_t>();
+    if (v < min || v > max) fail(where, "expected an integer from " + std::to_string(min) + " to " + std::to_string(max));
+    return v;
+  }
+  std::vector<double> numbers(const ordered_json& j, const std::string& where, size_t count, const char* shape) const {
+    if (!j.is_array() || j.size() != count) fail(where, std::string("expected ") + shape);
+    std::vector<double> out;
+    for (size_t i = 0; i < count; ++i) {
+      if (!j[i].is_number() || !std::isfinite(j[i].get<double>())) fail(where, std::string("expected ") + shape);
+      out.push_back(j[i].get<double>());
+    }
+    return out;
+  }
+  std::vector<std::string> strings(const ordered_json& j, const std::string& where) const {
+    array(j, where);
+    std::vector<std::string> out;
+    for (size_t i = 0; i < j.size(); ++i) out.push_back(string(j[i], where + "[" + std::to_string(i) + "]"));
+    return out;
+  }
+
+ private:
+  std::string file_;
+};
+
+double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where) {
+  double seconds = p.number(j, where);
+  if (!(seconds >= 0) || seconds > 2 * maxElapsedSeconds) p.fail(where, "expected seconds from 0 to 2000000000");
+  return seconds;
+}
+
+struct NodeRecord {
+  const ordered_json* json = nullptr;
+  std::string where;
+  std::string pointer;
+  int32_t pid = 0;
+  std::vector<size_t> children;
+  std::optional<size_t> parent;
+  bool isApplication = false;
+};
+
+class DesktopBuilder {
+ public:
+  DesktopBuilder(const Parser& parser) : p_(parser) {}
+
+  // Pass one: number every node in document order and learn the ids.
+  // Inline nesting is bounded so that loading stays linear and shallow; deeper trees
+  // can be built with references.
+  static constexpr int maxNesting = 1000;
+
+  size_t collect(const ordered_json& node, const std::string& where, const std::string& pointer, int32_t pid,
+                 std::optional<size_t> parent, bool isApplication, int nesting = 0) {
+    p_.object(node, where);
+    if (nesting > maxNesting) {
+      p_.fail(where, "elements nested deeper than " + std::to_string(maxNesting) +
+                         " levels; use {\"ref\": ...} children for deeper trees");
+    }
+    size_t index = nodes_.size();
+    nodes_.push_back({&node, where, pointer, pid, {}, parent, isApplication});
+    if (auto it = node.find("id"); it != node.end()) {
+      std::string id = p_.string(*it, where + ".id");
+      if (id.empty()) p_.fail(where + ".id", "must not be empty");
+      if (!ids_.emplace(id, index).second) p_.fail(where + ".id", "another element already has id \"" + id + "\"");
+    }
+    if (auto it = node.find("children"); it != node.end()) {
+      p_.array(*it, where + ".children");
+      for (size_t i = 0; i < it->size(); ++i) {
+        size_t child = collect((*it)[i], where + ".children[" + std::to_string(i) + "]",
+                               pointer + "/children/" + std::to_string(i), pid, index, false, nesting + 1);
+        nodes_[index].children.push_back(child);
+      }
+    }
+    return index;
+  }
+
+  StoredValue value(const ordered_json& j, const std::string& where) const {
+    StoredValue v;
+    if (j.is_string()) {
+      v.storage = j.get<std::string>();
+    } else if (j.is_boolean()) {
+      v.storage = AXNumber::ofBoolean(j.get<bool>());
+    } else if (j.is_number_float()) {
+      v.storage = AXNumber::ofReal(j.get<double>());
+    } else if (j.is_number_integer()) {
+      v.storage = AXNumber::ofInteger(p_.integer(j, where, std::numeric_limits<int64_t>::min(),
+                                                 std::numeric_limits<int64_t>::max()));
+    } else if (j.is_array()) {
+      StoredArray items;
+      for (size_t i = 0; i < j.size(); ++i) items.push_back(value(j[i], where + "[" + std::to_string(i) + "]"));
+      v.storage = std::move(items);
+    } else if (j.is_object() && j.size() == 1) {
+      const std::string& kind = j.begin().key();
+      const ordered_json& body = j.begin().value();
+      std::string at = where + "." + kind;
+      if (kind == "point") {
+        auto n = p_.numbers(body, at, 2, "[x, y]");
+        v.storage = platform::Point{n[0], n[1]};
+      } else if (kind == "size") {
+        auto n = p_.numbers(body, at, 2, "[width, height]");
+        v.storage = platform::Size{n[0], n[1]};
+      } else if (kind == "rect") {
+        auto n = p_.numbers(body, at, 4, "[x, y, width, height]");
+        v.storage = platform::Rect{{n[0], n[1]}, {n[2], n[3]}};
+      } else if (kind == "url") {
+        v.storage = platform::AXURL{p_.string(body, at)};
+      } else if (kind == "other") {
+        v.storage = platform::AXOther{p_.string(body, at)};
+      } else if (kind == "ref") {
+        std::string id = p_.string(body, at);
+        auto it = ids_.find(id);
+        if (it == ids_.end()) p_.fail(at, "no element has id \"" + id + "\"");
+        v.storage = ElementIndex{it->second};
+      } else {
+        p_.fail(where, "unknown value kind \"" + kind + "\" (expected point, size, rect, url, ref or other)");
+      }
+    } else {
+      p_.fail(where, "expected a text, number, boolean, array or {\"point\"|\"size\"|\"rect\"|\"url\"|\"ref\"|\"other\": ...}");
+    }
+    return v;
+  }
+
+  AXError axError(const ordered_json& j, const std::string& where) const {
+    if (j.is_string()) {
+      auto it = axErrorNames().find(j.get<std::string>());
+      if (it == axErrorNames().end()) p_.fail(where, "unknown AXError name \"" + j.get<std::string>() + "\"");
+      return it->second;
+    }
+    int64_t code = p_.integer(j, where, -25214, -25200);
+    return static_cast<AXError>(code);
+  }
+
+  // Pass two: the attributes of every node, with ids resolved.
+  std::vector<SimElement> elements() const {
+    std::vector<SimElement> out;
+    out.reserve(nodes_.size());
+    for (size_t index = 0; index < nodes_.size(); ++index) out.push_back(element(index));
+    return out;
+  }
+
+  const std::map<std::string, size_t>& ids() const { return ids_; }
+
+ private:
+  SimElement element(size_t index) const {
+    const NodeRecord& n = nodes_[index];
+    const ordered_json& j = *n.json;
+    p_.allowKeys(j, n.where,
+                 {"id", "hash", "role", "subrole", "title", "description", "identifier", "roleDescription", "value",
+                  "enabled", "focused", "position", "size", "actions", "settable", "attributes", "errors",
+                  "actionErrors", "children"});
+    SimElement e;
+    e.pid = n.pid;
+    e.jsonPointer = n.pointer;
+    if (auto it = j.find("id"); it != j.end()) e.id = it->get<std::string>();
+    // Derived hashes are stable for an unchanged file, which keeps numbering stable.
+    e.hash = 0x10000 + index;
+    if (auto it = j.find("hash"); it != j.end()) {
+      if (!it->is_number_unsigned()) p_.fail(n.where + ".hash", "expected a non-negative integer");
+      e.hash = it->get<uint64_t>();
+    }
+    for (const auto& [key, attribute] : attributeShortcuts()) {
+      auto it = j.find(key);
+      if (it == j.end()) continue;
+      std::string at = n.where + "." + key;
+      if (key == "position") {
+        auto v = p_.numbers(*it, at, 2, "[x, y]");
+        e.attributes[attribute].storage = platform::Point{v[0], v[1]};
+      } else if (key == "size") {
+        auto v = p_.numbers(*it, at, 2, "[width, height]");
+        e.attributes[attribute].storage = platform::Size{v[0], v[1]};
+      } else {
+        e.attributes[attribute] = value(*it, at);
+      }
+    }
+    if (auto it = j.find("attributes"); it != j.end()) {
+      p_.object(*it, n.where + ".attributes");
+      for (auto a = it->begin(); a != it->end(); ++a) {
+        std::string at = n.where + ".attributes." + a.key();
+        if (e.attributes.count(a.key())) {
+          p_.fail(at, "given twice (also by its shortcut key)");
+        }
+        e.attributes[a.key()] = value(a.value(), at);
+      }
+    }
+    if (!n.children.empty() || j.contains("children")) {
+      if (!e.attributes.count("AXChildren")) {
+        StoredArray children;
+        for (size_t c : n.children) children.push_back({ElementIndex{c}});
+        e.attributes["AXChildren"].storage = std::move(children);
+      }
+    }
+    if (n.parent && !e.attributes.count("AXParent")) e.attributes["AXParent"].storage = ElementIndex{*n.parent};
+    if (n.isApplication && !e.attributes.count("AXWindows")) {
+      // As on macOS, an application lists its windows beside its other children.
+      StoredArray windows;
+      for (size_t c : n.children) {
+        auto role = nodes_[c].json->find("role");
+        if (role != nodes_[c].json->end() && role->is_string() && role->get<std::string>() == "AXWindow") {
+          windows.push_back({ElementIndex{c}});
+        }
+      }
+      e.attributes["AXWindows"].storage = std::move(windows);
+    }
+    if (auto it = j.find("actions"); it != j.end()) e.actions = p_.strings(*it, n.where + ".actions");
+    if (auto it = j.find("settable"); it != j.end()) e.settable = p_.strings(*it, n.where + ".settable");
+    if (auto it = j.find("errors"); it != j.end()) {
+      p_.object(*it, n.where + ".errors");
+      for (auto a = it->begin(); a != it->end(); ++a) {
+        e.readErrors[a.key()] = axError(a.value(), n.where + ".errors." + a.key());
+      }
+    }
+    if (auto it = j.find("actionErrors"); it != j.end()) {
+      p_.object(*it, n.where + ".actionErrors");
+      for (auto a = it->begin(); a != it->end(); ++a) {
+        e.actionErrors[a.key()] = axError(a.value(), n.where + ".actionErrors." + a.key());
+      }
+    }
+    return e;
+  }
+
+  const Parser& p_;
+  std::vector<NodeRecord> nodes_;
+  std::map<std::string, size_t> ids_;
+};
+
+}  // namespace
+
+const std::map<std::string, std::string>& elementAttributeShortcuts() { return attributeShortcuts(); }
+
+namespace {
+
+// Holds the desktop's lock, waiting a bounded (real) time for another holder.
+int acquireLock(const std::string& path, double waitSeconds) {
+  std::string lockPath = path + ".lock";
+  int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  // A lock file that cannot be made (a read-only folder, no folder at all) leaves the
+  // desktop unlocked; reading it then reports what is wrong, if anything.
+  if (fd < 0) return -1;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(std::max(0.0, waitSeconds));
+  for (;;) {
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      int error = errno;
+      ::close(fd);
+      throw DesktopError("Simulated desktop " + path + ": cannot lock " + lockPath + " (" + std::strerror(error) + ")");
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      ::close(fd);
+      char seconds[32];
+      std::snprintf(seconds, sizeof seconds, "%g", waitSeconds);
+      throw DesktopError("Simulated desktop " + path + ": another process has held " + lockPath + " for more than " +
+                         seconds + " s");
+    }
+    ::usleep(10000);
+  }
+}
+
+}  // namespace
+
+SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLogPath, double lockWaitSeconds) {
+  SimDesktop desktop;
+  desktop.path_ = path;
+  desktop.eventLogPath_ = eventLogPath;
+  desktop.lockDescriptor_ = acquireLock(path, lockWaitSeconds);
+  // Under the lock no other command writes this desktop, so leftovers of a write-back
+  // that was killed midway can go.
+  common::removeStaleTemporaryFiles(path);
+  std::string problem;
+  auto text = common::readRegularFile(path, maxDesktopFileBytes, problem);
+  if (!text) throw DesktopError("Simulated desktop " + path + ": cannot read the file (" + problem + ")");
+  auto placed = [&](const common::JsonTextProblem& at) {
+    return DesktopError("Simulated desktop " + path + ": " + at.message + " (line " + std::to_string(at.line) +
+                        ", column " + std::to_string(at.column) + ")");
+  };
+  if (auto problemAt = common::checkJsonText(*text, maxDesktopJsonDepth)) throw placed(*problemAt);
+  try {
+    desktop.document_ = ordered_json::parse(*text);
+  } catch (const nlohmann::json::parse_error& e) {
+    // The library's wording changes between versions; the place does not.
+    throw placed(common::placeOf(*text, e.byte > 0 ? e.byte - 1 : 0, "not valid JSON"));
+  } catch (const nlohmann::json::exception& e) {
+    throw DesktopError("Simulated desktop " + path + ": not valid JSON (" + e.what() + ")");
+  }
+  try {
+    desktop.parse();
+  } catch (const nlohmann::json::exception& e) {
+    // The validating reader checks types before it reads; this is a last line.
+    throw DesktopError("Simulated desktop " + path + ": " + e.what());
+  }
+  return desktop;
+}
+
+SimDesktop SimDesktop::fromJson(ordered_json document, const std::string& path, const std::string& eventLogPath) {
+  SimDesktop desktop;
+  desktop.path_ = path;
+  desktop.eventLogPath_ = eventLogPath;
+  desktop.document_ = std::move(document);
+  desktop.parse();
+  return desktop;
+}
+
+void SimDesktop::parse() {
+  Parser p(path_);
+  const ordered_json& root = document_;
+  p.object(root, "");
+  p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
+                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture",
+                         "eventCreationFails", "displayNames"});
+  auto version = root.find("tavlinDesktop");
+  if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
+  if (!version->is_number_integer() || version->get<int64_t>() != 1) {
+    p.fail("tavlinDesktop", "unsupported format version (this build reads version 1)");
+  }
+  if (auto it = root.find("description"); it != root.end()) p.string(*it, "description");
+
+  std::string start = defaultClockStart;
+  if (auto it = root.find("clock"); it != root.end()) {
+    p.object(*it, "clock");
+    p.allowKeys(*it, "clock", {"start", "elapsed"});
+    if (auto s = it->find("start"); s != it->end()) start = p.string(*s, "clock.start");
+    if (auto e = it->find("elapsed"); e != it->end()) {
+      double seconds = p.number(*e, "clock.elapsed");
+      if (!(seconds >= 0) || seconds > maxElapsedSeconds) {
+        p.fail("clock.elapsed", "expected seconds from 0 to 1000000000");
+      }
+      elapsedMicros_ = std::llround(seconds * 1e6);
+    }
+  }
+  auto parsedStart = parseTimestamp(start);
+  if (!parsedStart) p.fail("clock.start", "expected a UTC time like \"2026-01-01T09:30:00Z\"");
+  // The clock counts nanoseconds in 64 bits, which ends in 2262: start and elapsed
+  // time together stay well inside that.
+  if (*parsedStart < std::chrono::sys_days(std::chrono::year(1970) / 1 / 1) ||
+      *parsedStart >= std::chrono::sys_days(std::chrono::year(2200) / 1 / 1)) {
+    p.fail("clock.start", "expected a time from 1970 to 2199");
+  }
+  clockStart_ = std::chrono::time_point_cast<std::chrono::system_clock::duration>(*parsedStart);
+
+  if (auto it = root.find("screen"); it != root.end()) {
+    p.object(*it, "screen");
+    p.allowKeys(*it, "screen", {"width", "height", "backingScale"});
+    auto positive = [&](const char* key, double& field) {
+      if (auto v = it->find(key); v != it->end()) {
+        field = p.number(*v, std::string("screen.") + key);
+        if (!(field > 0) || field > 1e6) p.fail(std::string("screen.") + key, "expected a positive number");
+      }
+    };
+    positive("width", screen_.width);
+    positive("height", screen_.height);
+    positive("backingScale", screen_.backingScale);
+  }
+  if (auto it = root.find("capture"); it != root.end()) {
+    p.object(*it, "capture");
+    p.allowKeys(*it, "capture", {"companion", "screencapture"});
+    auto works = [&](const char* key, bool& field) {
+      if (auto v = it->find(key); v != it->end()) {
+        std::string mode = v->is_string() ? v->get<std::string>() : "";
+        if (mode != "works" && mode != "fails") p.fail(std::string("capture.") + key, "expected \"works\" or \"fails\"");
+        field = mode == "works";
+      }
+    };
+    works("companion", capture_.companionWorks);
+    works("screencapture", capture_.screenshotToolWorks);
+  }
+  if (auto it = root.find("eventCreationFails"); it != root.end()) {
+    for (const std::string& kind : p.strings(*it, "eventCreationFails")) {
+      if (kind == "mouse") eventFaults_.mouse = true;
+      else if (kind == "keyboard") eventFaults_.keyboard = true;
+      else if (kind == "scroll") eventFaults_.scroll = true;
+      else p.fail("eventCreationFails", "expected \"mouse\", \"keyboard\" or \"scroll\", not \"" + kind + "\"");
+    }
+  }
+  if (auto it = root.find("accessibilityTrusted"); it != root.end()) trusted_ = p.boolean(*it, "accessibilityTrusted");
+  if (auto it = root.find("pointer"); it != root.end()) {
+    auto v = p.numbers(*it, "pointer", 2, "[x, y]");
+    pointer_ = {v[0], v[1]};
+  }
+  if (auto it = root.find("stats"); it != root.end()) {
+    p.object(*it, "stats");
+    p.allowKeys(*it, "stats", {"axRoundTrips"});
+    if (auto r = it->find("axRoundTrips"); r != it->end()) {
+      roundTripsBefore_ = static_cast<uint64_t>(
+          p.integer(*r, "stats.axRoundTrips", 0, std::numeric_limits<int64_t>::max()));
+    }
+  }
+
+  DesktopBuilder builder(p);
+  std::set<int32_t> pids;
+  if (auto it = root.find("apps"); it != root.end()) {
+    p.array(*it, "apps");
+    for (size_t i = 0; i < it->size(); ++i) {
+      std::string where = "apps[" + std::to_string(i) + "]";
+      const ordered_json& a = p.object((*it)[i], where);
+      p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
+                             "activation", "unhideFails", "responds", "takesFocusOnClick", "ui", "openPanel"});
+      SimApp app;
+      app.jsonPointer = "/apps/" + std::to_string(i);
+      auto pid = a.find("pid");
+      if (pid == a.end()) p.fail(where, "missing \"pid\"");
+      app.info.pid = static_cast<int32_t>(
+          p.integer(*pid, where + ".pid", std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
+      if (!pids.insert(app.info.pid).second) {
+        p.fail(where + ".pid", "another application already has pid " + std::to_string(app.info.pid));
+      }
+      if (auto v = a.find("name"); v != a.end()) app.info.localizedName = p.string(*v, where + ".name");
+      if (auto v = a.find("bundleIdentifier"); v != a.end()) {
+        app.info.bundleIdentifier = p.string(*v, where + ".bundleIdentifier");
+      }
+      if (auto v = a.find("activationPolicy"); v != a.end()) {
+        std::string policy = p.string(*v, where + ".activationPolicy");
+        if (policy == "regular") app.info.activationPolicy = platform::ActivationPolicy::regular;
+        else if (policy == "accessory") app.info.activationPolicy = platform::ActivationPolicy::accessory;
+        else if (policy == "prohibited") app.info.activationPolicy = platform::ActivationPolicy::prohibited;
+        else p.fail(where + ".activationPolicy", "expected \"regular\", \"accessory\" or \"prohibited\"");
+      }
+      if (auto v = a.find("hidden"); v != a.end()) app.info.hidden = p.boolean(*v, where + ".hidden");
+      if (auto v = a.find("terminated"); v != a.end()) app.info.terminated = p.boolean(*v, where + ".terminated");
+      if (auto v = a.find("activation"); v != a.end()) {
+        std::string at = where + ".activation";
+        if (v->is_number()) {
+          app.activation = {SimActivation::Mode::delayed, p.number(*v, at)};
+          if (!(app.activation.delaySeconds >= 0) || app.activation.delaySeconds > 1e6) {
+            p.fail(at, "expected a delay in seconds from 0 on");
+          }
+        } else {
+          std::string mode = v->is_string() ? v->get<std::string>() : "";
+          if (mode == "immediate") app.activation.mode = SimActivation::Mode::immediate;
+          else if (mode == "never") app.activation.mode = SimActivation::Mode::never;
+          else if (mode == "refuse") app.activation.mode = SimActivation::Mode::refuse;
+          else p.fail(at, "expected \"immediate\", \"never\", \"refuse\" or a delay in seconds");
+        }
+      }
+      if (auto v = a.find("unhideFails"); v != a.end()) app.unhideFails = p.boolean(*v, where + ".unhideFails");
+      if (auto v = a.find("responds"); v != a.end()) app.responds = p.boolean(*v, where + ".responds");
+      if (auto v = a.find("takesFocusOnClick"); v != a.end()) {
+        app.takesFocusOnClick = p.boolean(*v, where + ".takesFocusOnClick");
+      }
+      if (auto v = a.find("ui"); v != a.end()) {
+        app.uiElement = builder.collect(*v, where + ".ui", app.jsonPointer + "/ui", app.info.pid, std::nullopt, true);
+      }
+      apps_.push_back(std::move(app));
+    }
+  }
+  elements_ = builder.elements();
+  ids_ = builder.ids();
+  if (auto it = root.find("displayNames"); it != root.end()) {
+    p.object(*it, "displayNames");
+    for (auto d = it->begin(); d != it->end(); ++d) displayNames_[d.key()] = p.string(d.value(), "displayNames." + d.key());
+  }
+  if (auto it = root.find("apps"); it != root.end()) {
+    for (size_t i = 0; i < it->size(); ++i) {
+      const ordered_json& a = (*it)[i];
+      if (auto panel = a.find("openPanel"); panel != a.end()) {
+        parseOpenPanel(*panel, "apps[" + std::to_string(i) + "].openPanel", "/apps/" + std::to_string(i) + "/openPanel",
+                       apps_[i].info.pid, apps_[i].uiElement.value_or(SIZE_MAX));
+      }
+    }
+  }
+  staticElements_ = elements_.size();
+  rebuildOpenPanels();
+
+  if (auto it = root.find("frontmostPid"); it != root.end() && !it->is_null()) {
+    int64_t pid = p.integer(*it, "frontmostPid", std::numeric_limits<int32_t>::min(),
+                            std::numeric_limits<int32_t>::max());
+    if (!pids.count(static_cast<int32_t>(pid))) p.fail("frontmostPid", "no application has pid " + std::to_string(pid));
+    frontmostPid_ = static_cast<int32_t>(pid);
+  }
+
+  if (auto it = root.find("pendingActivation"); it != root.end() && !it->is_null()) {
+    p.object(*it, "pendingActivation");
+    p.allowKeys(*it, "pendingActivation", {"pid", "at"});
+    auto pid = it->find("pid");
+    auto at = it->find("at");
+    if (pid == it->end() || at == it->end()) p.fail("pendingActivation", "expected {\"pid\": N, \"at\": seconds}");
+    pendingActivation_ = PendingActivation{
+        static_cast<int32_t>(p.integer(*pid, "pendingActivation.pid", std::numeric_limits<int32_t>::min(),
+                                       std::numeric_limits<int32_t>::max())),
+        std::llround(boundedSeconds(p, *at, "pendingActivation.at") * 1e6)};
+  }
+
+  if (auto it = root.find("windows"); it != root.end()) {
+    p.array(*it, "windows");
+    std::set<uint32_t> numbers;
+    for (size_t i = 0; i < it->size(); ++i) {
+      std::string where = "windows[" + std::to_string(i) + "]";
+      const ordered_json& w = p.object((*it)[i], where);
+      p.allowKeys(w, where, {"number", "pid", "layer", "bounds", "alpha", "ownerName", "name", "onscreen"});
+      platform::WindowInfo info;
+      auto number = w.find("number");
+      if (number == w.end()) p.fail(where, "missing \"number\"");
+      info.number = static_cast<uint32_t>(p.integer(*number, where + ".number", 1, 0xFFFFFFFF));
+      if (!numbers.insert(info.number).second) {
+        p.fail(where + ".number", "another window already has number " + std::to_string(info.number));
+      }
+      auto pid = w.find("pid");
+      if (pid == w.end()) p.fail(where, "missing \"pid\"");
+      info.ownerPID = static_cast<int32_t>(
+          p.integer(*pid, where + ".pid", std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
+      auto bounds = w.find("bounds");
+      if (bounds == w.end()) p.fail(where, "missing \"bounds\"");
+      auto b = p.numbers(*bounds, where + ".bounds", 4, "[x, y, width, height]");
+      info.bounds = {{b[0], b[1]}, {b[2], b[3]}};
+      if (auto v = w.find("layer"); v != w.end()) {
+        info.layer = static_cast<int32_t>(p.integer(*v, where + ".layer", std::numeric_limits<int32_t>::min(),
+                                                    std::numeric_limits<int32_t>::max()));
+      }
+      if (auto v = w.find("alpha"); v != w.end()) info.alpha = p.number(*v, where + ".alpha");
+      // The owner's name defaults to the application's; null leaves it out, as the
+      // window server sometimes does.
+      if (auto v = w.find("ownerName"); v != w.end()) {
+        if (!v->is_null()) info.ownerName = p.string(*v, where + ".ownerName");
+      } else if (SimApp* owner = app(info.ownerPID)) {
+        info.ownerName = owner->info.localizedName;
+      }
+      if (auto v = w.find("name"); v != w.end() && !v->is_null()) info.name = p.string(*v, where + ".name");
+      info.onscreen = true;
+      if (auto v = w.find("onscreen"); v != w.end()) info.onscreen = p.boolean(*v, where + ".onscreen");
+      windows_.push_back(info);
+    }
+  }
+}
+
+}  // namespace tavlin::sim
+
+namespace tavlin::sim {
+
+void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& where, const std::string& pointer,
+                                int32_t pid, size_t appIndex) {
+  Parser p(path_);
+  p.object(json, where);
+  p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
+                            "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "entriesDelay", "state"});
+  if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
+  PanelSlot slot;
+  slot.jsonPointer = pointer;
+  SimOpenPanelConfig& c = slot.config;
+  c.pid = pid;
+  auto choice = [&](const char* key, std::string& field, std::initializer_list<const char*> allowed) {
+    auto it = json.find(key);
+    if (it == json.end()) return;
+    field = p.string(*it, where + "." + key);
+    for (const char* a : allowed) {
+      if (field == a) return;
+    }
+    std::string list;
+    for (const char* a : allowed) list += (list.empty() ? "\"" : ", \"") + std::string(a) + "\"";
+    p.fail(where + "." + key, "expected one of " + list);
+  };
+  choice("presentation", c.presentation, {"sheet", "window"});
+  choice("language", c.language, {"en", "zh"});
+  choice("view", c.view, {"list", "icon"});
+  choice("chooses", c.chooses, {"files", "folders", "filesAndFolders"});
+  if (auto it = json.find("prompt"); it != json.end()) c.prompt = p.string(*it, where + ".prompt");
+  if (auto it = json.find("frame"); it != json.end()) {
+    auto n = p.numbers(*it, where + ".frame", 4, "[x, y, width, height]");
+    c.frame = {{n[0], n[1]}, {n[2], n[3]}};
+  }
+  auto flag = [&](const char* key, bool& field) {
+    if (auto it = json.find(key); it != json.end()) field = p.boolean(*it, where + "." + key);
+  };
+  flag("rowsRefuseSelection", c.rowsRefuseSelection);
+  flag("withoutAXOpen", c.withoutAXOpen);
+  flag("neverCloses", c.neverCloses);
+  if (auto it = json.find("entriesDelay"); it != json.end()) c.entriesDelay = boundedSeconds(p, *it, where + ".entriesDelay");
+  auto folder = json.find("folder");
+  if (folder == json.end()) p.fail(where, "missing \"folder\" (the folder the panel shows)");
+  slot.state.folder = p.string(*folder, where + ".folder");
+  if (slot.state.folder.empty() || slot.state.folder.front() != '/') p.fail(where + ".folder", "expected an absolute path");
+  if (c.presentation == "sheet") {
+    auto host = json.find("host");
+    if (host == json.end()) p.fail(where, "a sheet needs \"host\": the id of its window");
+    c.hostId = p.string(*host, where + ".host");
+    auto id = ids_.find(c.hostId);
+    if (id == ids_.end()) p.fail(where + ".host", "no element has id \"" + c.hostId + "\"");
+    slot.hostIndex = id->second;
+  } else {
+    slot.hostIndex = appIndex;
+  }
+  if (auto it = json.find("state"); it != json.end()) {
+    // Written by the tool: where the panel is now.
+    p.object(*it, where + ".state");
+    p.allowKeys(*it, where + ".state", {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt"});
+    SimOpenPanelState& s = slot.state;
+    if (auto v = it->find("folder"); v != it->end()) s.folder = p.string(*v, where + ".state.folder");
+    if (auto v = it->find("selection"); v != it->end() && !v->is_null()) s.selection = p.string(*v, where + ".state.selection");
+    if (auto v = it->find("goTo"); v != it->end() && !v->is_null()) s.goTo = p.string(*v, where + ".state.goTo");
+    if (auto v = it->find("history"); v != it->end()) s.history = p.strings(*v, where + ".state.history");
+    if (auto v = it->find("open"); v != it->end()) s.open = p.boolean(*v, where + ".state.open");
+    if (auto v = it->find("chosen"); v != it->end() && !v->is_null()) s.chosen = p.string(*v, where + ".state.chosen");
+    if (auto v = it->find("shownAt"); v != it->end()) {
+      s.shownAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.shownAt") * 1e6);
+    }
+  }
+  const SimElement& host = elements_.at(slot.hostIndex);
+  if (auto it = host.attributes.find("AXChildren"); it != host.attributes.end()) {
+    if (auto* list = std::get_if<StoredArray>(&it->second.storage)) slot.hostChildren = *list;
+  }
+  if (auto it = host.attributes.find("AXWindows"); it != host.attributes.end()) {
+    if (auto* list = std::get_if<StoredArray>(&it->second.storage)) slot.hostWindows = *list;
+  }
+  panels_.push_back(std::move(slot));
+}
+
+}  // namespace tavlin::sim
