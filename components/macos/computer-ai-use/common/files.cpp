@@ -230,6 +230,19 @@ std::string lastPathComponent(const std::string& path) {
   return slash == std::string::npos || p == "/" ? p : p.substr(slash + 1);
 }
 
+std::vector<std::string> pathComponents(const std::string& path) {
+  std::vector<std::string> parts;
+  if (!path.empty() && path.front() == '/') parts.push_back("/");
+  size_t i = 0;
+  while (i < path.size()) {
+    size_t j = path.find('/', i);
+    if (j == std::string::npos) j = path.size();
+    if (j > i) parts.push_back(path.substr(i, j - i));
+    i = j + 1;
+  }
+  return parts;
+}
+
 std::string currentDirectory() {
   char buf[PATH_MAX];
   if (::getcwd(buf, sizeof buf)) return buf;
@@ -238,15 +251,10 @@ std::string currentDirectory() {
 
 namespace {
 
+// The names alone, without the leading "/".
 std::vector<std::string> components(const std::string& path) {
-  std::vector<std::string> parts;
-  size_t i = 0;
-  while (i < path.size()) {
-    size_t j = path.find('/', i);
-    if (j == std::string::npos) j = path.size();
-    if (j > i) parts.push_back(path.substr(i, j - i));
-    i = j + 1;
-  }
+  std::vector<std::string> parts = pathComponents(path);
+  if (!parts.empty() && parts.front() == "/") parts.erase(parts.begin());
   return parts;
 }
 

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 #include <sys/types.h>
 
 namespace tavlin::common {
@@ -44,6 +45,9 @@ std::string appendPathComponent(const std::string& base, std::string_view compon
 // The parent folder; "/" stays "/".
 std::string deletingLastPathComponent(const std::string& path);
 std::string lastPathComponent(const std::string& path);
+
+// The platform's pathComponents: "/" first for an absolute path, then each name.
+std::vector<std::string> pathComponents(const std::string& path);
 
 // URL(fileURLWithPath:).standardizedFileURL.path: absolute against `currentDirectory`,
 // "//" and trailing "/" collapsed, "." and ".." resolved (through the real path when

@@ -24,6 +24,8 @@ bool containsIgnoringCase(const std::string& text, const std::string& part);
 std::vector<std::u16string> charactersUTF16(const std::string& text);
 // The text's Unicode scalars, each as UTF-16 code units (two for a scalar beyond the BMP).
 std::vector<std::u16string> scalarsUTF16(const std::string& text);
+// UTF-16 code units as UTF-8; a lone surrogate becomes U+FFFD.
+std::string utf8FromUTF16(const std::u16string& units);
 // Valid UTF-8: each maximal ill-formed subsequence (Unicode's "maximal subpart")
 // becomes U+FFFD, as the platform repairs its argument strings.
 std::string repairingUTF8(std::string_view bytes);

@@ -331,23 +331,10 @@ void nativeOpenPanelDoubleClickElement(PanelContext& c, int32_t pid, const Eleme
 
 // --- anchoring and lookup ---------------------------------------------------
 
-std::vector<std::string> pathComponents(const std::string& path) {
-  std::vector<std::string> parts;
-  if (path.empty()) return parts;
-  if (path.front() == '/') parts.push_back("/");
-  size_t i = 0;
-  while (i < path.size()) {
-    size_t j = path.find('/', i);
-    if (j == std::string::npos) j = path.size();
-    if (j > i) parts.push_back(path.substr(i, j - i));
-    i = j + 1;
-  }
-  return parts;
-}
 
 std::vector<std::string> nativeOpenPanelPathPrefixes(const std::string& path, bool includeTarget) {
   std::string target = nativeOpenPanelStandardizedPath(path);
-  std::vector<std::string> parts = pathComponents(target);
+  std::vector<std::string> parts = common::pathComponents(target);
   std::vector<std::string> out;
   if (parts.size() <= 1) return out;
   std::string accumulator = parts[0];
@@ -372,8 +359,8 @@ std::optional<std::string> nativeOpenPanelAnchorPath(PanelContext& c, const std:
 
 std::optional<std::vector<std::string>> nativeOpenPanelRelativeComponents(const std::string& anchor,
                                                                           const std::string& target) {
-  std::vector<std::string> a = pathComponents(nativeOpenPanelStandardizedPath(anchor));
-  std::vector<std::string> t = pathComponents(nativeOpenPanelStandardizedPath(target));
+  std::vector<std::string> a = common::pathComponents(nativeOpenPanelStandardizedPath(anchor));
+  std::vector<std::string> t = common::pathComponents(nativeOpenPanelStandardizedPath(target));
   if (t.size() < a.size() || !std::equal(a.begin(), a.end(), t.begin())) return std::nullopt;
   return std::vector<std::string>(t.begin() + static_cast<std::ptrdiff_t>(a.size()), t.end());
 }

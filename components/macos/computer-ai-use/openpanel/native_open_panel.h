@@ -81,7 +81,4 @@ std::optional<NativeOpenPanelNode> nativeOpenPanelFindEntry(PanelContext& c, con
                                                             const std::string& componentName);
 std::vector<Element> nativeOpenPanelAncestorChain(PanelContext& c, const NativeOpenPanelNode& node);
 
-// Path components as the platform splits them: "/" first, then each name.
-std::vector<std::string> pathComponents(const std::string& standardizedPath);
-
 }  // namespace tavlin::openpanel

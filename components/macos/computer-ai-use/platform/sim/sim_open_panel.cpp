@@ -381,28 +381,7 @@ void SimDesktop::openPanelInput(int32_t pid, const platform::Event& event) {
         }
       } else if (event.unicodeString && held == 0) {
         // The typist sends one scalar per event (two units beyond the BMP).
-        std::u16string units = *event.unicodeString;
-        std::string utf8;
-        for (size_t i = 0; i < units.size(); ++i) {
-          uint32_t cp = units[i];
-          if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < units.size()) cp = 0x10000 + ((cp - 0xD800) << 10) + (units[++i] - 0xDC00);
-          if (cp < 0x80) {
-            utf8 += static_cast<char>(cp);
-          } else if (cp < 0x800) {
-            utf8 += static_cast<char>(0xC0 | (cp >> 6));
-            utf8 += static_cast<char>(0x80 | (cp & 0x3F));
-          } else if (cp < 0x10000) {
-            utf8 += static_cast<char>(0xE0 | (cp >> 12));
-            utf8 += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            utf8 += static_cast<char>(0x80 | (cp & 0x3F));
-          } else {
-            utf8 += static_cast<char>(0xF0 | (cp >> 18));
-            utf8 += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            utf8 += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            utf8 += static_cast<char>(0x80 | (cp & 0x3F));
-          }
-        }
-        *s.goTo += utf8;
+        *s.goTo += common::utf8FromUTF16(*event.unicodeString);
         savePanel(panel);
       }
     } else if (event.keyCode == 36 && held == 0) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "common/files.h"
+#include "common/unicode.h"
 #include "platform/sim/sim_capture.h"
 #include "platform/sim/sim_png.h"
 
@@ -38,34 +39,6 @@ std::string number(double v) {
   return buf;
 }
 
-std::string utf8(const std::u16string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    uint32_t c = text[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-      ++i;
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;  // a lone surrogate cannot be written as UTF-8
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
 
 const char* eventKind(EventType type) {
   switch (type) {
@@ -115,7 +88,7 @@ std::vector<EventField> eventFields(const Event& e) {
     if (e.clickState) f.push_back({"clickState", std::to_string(*e.clickState)});
   } else if (e.type == EventType::keyDown || e.type == EventType::keyUp || e.type == EventType::flagsChanged) {
     f.push_back({"keyCode", std::to_string(e.keyCode)});
-    if (e.unicodeString) f.push_back({"text", utf8(*e.unicodeString)});
+    if (e.unicodeString) f.push_back({"text", common::utf8FromUTF16(*e.unicodeString)});
   } else if (e.type == EventType::scrollWheel) {
     f.push_back({"unit", e.scrollUnit == ScrollUnit::pixel ? "pixel" : "line"});
     f.push_back({"wheels", std::to_string(e.wheelCount)});
