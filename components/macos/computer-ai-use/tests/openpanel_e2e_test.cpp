@@ -21,16 +21,17 @@ struct PanelKind {
 
 // A folder tree and a desktop whose "Editor" (pid 7) shows an Open panel on it.
 struct PanelDesktop {
-  explicit PanelDesktop(const PanelKind& kind, const std::string& extra = "") {
+  explicit PanelDesktop(const PanelKind& kind, const std::string& extra = "", const std::string& top = "") {
     namespace fs = std::filesystem;
-    for (const char* folder : {"root/Alpha Dir/b/\xC3\xA7", "root/Apps/Tool.app/Contents", "elsewhere"}) {
+    for (const char* folder : {"root/Alpha Dir/b/\xC3\xA7", "root/Apps/Tool.app/Contents", "root/Direct.app",
+                               "elsewhere/Far.app"}) {
       fs::create_directories(files.file(folder));
     }
     writeText(files.file("root/Alpha Dir/b/\xC3\xA7/Report.pdf"), "pdf");
     writeText(files.file("root/top.txt"), "top");
     writeText(files.file("elsewhere/x.txt"), "x");
     writeText(files.file("root/Plain.app"), "not a bundle");
-    std::string json = R"({"tavlinDesktop": 1, "frontmostPid": 9,
+    std::string json = R"({"tavlinDesktop": 1, "frontmostPid": 9, )" + top + R"(
       "displayNames": {")" + files.file("root/Alpha Dir/b/\xC3\xA7/Report.pdf") + R"(": "Report"},
       "apps": [{"pid": 9, "name": "Finder"},
         {"pid": 7, "name": "Editor", "ui": {"role": "AXApplication", "children": [
@@ -118,6 +119,7 @@ TEST(OpenPanel, MessagesAndTimeOuts) {
     std::vector<std::string> args;
     std::string extra;
     std::string message;
+    std::string top = "";
   };
   PanelDesktop probe(kind);
   const std::string root = probe.files.path();
@@ -139,9 +141,20 @@ TEST(OpenPanel, MessagesAndTimeOuts) {
        "Application bundle does not exist as a directory: ROOT/elsewhere/Tool.app"},
       {{"choose-open-panel-path", "--app", "Editor", "--path", "ROOT/root/top.txt"}, R"(, "neverCloses": true)",
        "Native Open panel did not close within 6.0s"},
+      {{"choose-open-panel-bundle", "--app", "Editor", "--path", "ROOT/elsewhere/Far.app"}, "",
+       "Native Open panel AX hierarchy could not anchor bundle parent: root"},
+      {{"choose-open-panel-bundle", "--app", "Editor", "--path", "ROOT/root/Apps/Tool.app"},
+       R"(, "rowsRefuseSelection": true)",
+       "Native Open panel could not select application bundle through AX: ROOT/root/Apps/Tool.app"},
+      {{"choose-open-panel-bundle", "--app", "Editor", "--path", "ROOT/root/Apps/Tool.app"}, R"(, "chooses": "folders")",
+       "Native Open panel did not enable Open after selecting application bundle: ROOT/root/Apps/Tool.app"},
+      {{"choose-open-panel-bundle", "--app", "Editor", "--path", "ROOT/root/Direct.app"}, R"(, "entriesDelay": 10)",
+       "Native Open panel cannot see application bundle entry: ROOT/root/Direct.app"},
+      {{"choose-open-panel-path", "--app", "Editor", "--path", "ROOT/elsewhere/x.txt"}, "",
+       "Could not create pid-targeted key event", R"("eventCreationFails": ["keyboard"], )"},
   };
   for (const Case& c : cases) {
-    PanelDesktop d(kind, c.extra);
+    PanelDesktop d(kind, c.extra, c.top);
     std::vector<std::string> args;
     for (const auto& a : c.args) args.push_back(tavlin::testing::replaceAll(a, "ROOT", d.files.path()));
     ToolRun run = d.run(args);
@@ -175,6 +188,16 @@ TEST(OpenPanel, FaultsEndInBoundedTimeOrTheFallback) {
   }
   EXPECT_EQ(doubleClicks, 3u) << events;  // one per folder on the way
   EXPECT_EQ(events.find("AXOpen"), std::string::npos);
+
+  // A choose button that reads disabled: Return, posted to the process, confirms.
+  PanelDesktop lagging(kind, R"(, "buttonStateLags": true)");
+  run = lagging.run({"choose-open-panel-path", "--app", "Editor", "--path", lagging.files.file("root/top.txt")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::string log = lagging.events();
+  size_t ret = log.find("pid:7 key-down keyCode=36 flags=0x0");
+  ASSERT_NE(ret, std::string::npos) << log;
+  EXPECT_NE(log.find("open-panel-chose path=" + lagging.files.file("root/top.txt"), ret), std::string::npos) << log;
+  EXPECT_EQ(log.find("AXPress"), std::string::npos);
 
   // Entries that appear late are waited for.
   PanelDesktop slow(kind, R"(, "entriesDelay": 1.0)");

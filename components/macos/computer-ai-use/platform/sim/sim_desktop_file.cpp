@@ -658,7 +658,8 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   Parser p(path_);
   p.object(json, where);
   p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
-                            "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "entriesDelay", "state"});
+                            "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "buttonStateLags",
+                            "entriesDelay", "state"});
   if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
   PanelSlot slot;
   slot.jsonPointer = pointer;
@@ -690,6 +691,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   flag("rowsRefuseSelection", c.rowsRefuseSelection);
   flag("withoutAXOpen", c.withoutAXOpen);
   flag("neverCloses", c.neverCloses);
+  flag("buttonStateLags", c.buttonStateLags);
   if (auto it = json.find("entriesDelay"); it != json.end()) c.entriesDelay = boundedSeconds(p, *it, where + ".entriesDelay");
   auto folder = json.find("folder");
   if (folder == json.end()) p.fail(where, "missing \"folder\" (the folder the panel shows)");

@@ -242,7 +242,7 @@ void SimDesktop::rebuildOpenPanels() {
     std::string prompt = !c.prompt.empty() ? c.prompt : c.chooses == "folders" ? t.choose : t.open;
     elements_[choose].attributes["AXTitle"] = text(prompt);
     elements_[choose].attributes["AXIdentifier"] = text("OKButton");
-    elements_[choose].attributes["AXEnabled"] = boolean(panelChooseEnabled(slot));
+    elements_[choose].attributes["AXEnabled"] = boolean(panelChooseEnabled(slot) && !c.buttonStateLags);
     elements_[choose].actions = {"AXPress"};
     elements_[choose].panelRole = "choose";
 

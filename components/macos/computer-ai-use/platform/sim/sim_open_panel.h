@@ -31,6 +31,7 @@ struct SimOpenPanelConfig {
   bool rowsRefuseSelection = false;  // clicks and actions never select
   bool withoutAXOpen = false;        // no element offers "AXOpen"
   bool neverCloses = false;          // confirming records nothing and the panel stays
+  bool buttonStateLags = false;      // the choose button reads disabled; Return still confirms
   double entriesDelay = 0;           // a folder's entries appear this long after it is shown
 };
 
