@@ -255,3 +255,20 @@ TEST(OpenPanelInput, GoToFolderSequenceAndClicks) {
   EXPECT_EQ(toolErrorOf([&] { openpanel::nativeOpenPanelClickElement(t.c, 5, *t.byId("flat")); }),
             "Native Open panel click target has no visible frame");
 }
+
+TEST(OpenPanelDetection, NodesOncePerPathAndNeverRoundACycle) {
+  // "shared" is reachable along two paths; "loop" lists its own ancestor "a" as a child.
+  Tree t(R"({"id": "a", "role": "AXWindow", "children": [
+      {"id": "b", "role": "AXGroup", "attributes": {"AXChildren": [{"ref": "shared"}, {"ref": "loop"}]}},
+      {"id": "c", "role": "AXGroup", "attributes": {"AXChildren": [{"ref": "shared"}]}}]},
+    {"id": "shared", "role": "AXButton"},
+    {"id": "loop", "role": "AXGroup", "attributes": {"AXChildren": [{"ref": "a"}]}})");
+  std::string order;
+  for (const auto& node : t.view.nodes(*t.byId("a"))) order += t.idOf(node.element) + " ";
+  EXPECT_EQ(order, "a b shared loop c shared ");
+  // One read per element per poll, however often the passes ask.
+  t.view.nextPoll();
+  uint64_t before = t.platform.desktop().roundTripsThisProcess();
+  for (int pass = 0; pass < 5; ++pass) t.view.nodes(*t.byId("a"));
+  EXPECT_EQ(t.platform.desktop().roundTripsThisProcess() - before, 6u);  // app, a, b, c, shared, loop
+}
