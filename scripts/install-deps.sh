@@ -10,6 +10,7 @@ debian_packages=(
   libicu-dev                    # Foundation-compatible key order, grapheme clusters
   libpng-dev                    # PNG files of the simulated screenshot tools
   libbenchmark-dev              # benchmark targets
+  zsh                           # /bin/zsh runs the companion scripts, as on macOS
 )
 brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng google-benchmark)
 

@@ -1,12 +1,412 @@
 #include "capture/background_capture.h"
 
+#include <signal.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <limits>
+
+#include "capture/hard_timeout.h"
+#include "cli/arguments.h"
+#include "cli/json_output.h"
+#include "cli/tool_error.h"
+#include "common/files.h"
+#include "common/unicode.h"
 #include "runtime/output.h"
 
 namespace tavlin::capture {
 
-int runBackgroundWindowCaptureHost(const std::vector<std::string>&) {
-  runtime::writeAll(2, "background-window-capture is not available yet\n");
-  return 1;
+namespace {
+
+using cli::ToolError;
+
+std::string number(double v) { return cli::formatJSON(cli::Json(v), cli::JsonFlavor::encoder); }
+
+std::string frameText(const platform::Rect& f) {
+  return number(f.origin.x) + "," + number(f.origin.y) + "," + number(f.size.width) + "," + number(f.size.height);
+}
+
+std::string describe(const BWCWindowMatch& w) {
+  return std::to_string(w.windowID) + " (pid=" + std::to_string(w.pid) + ", app=" + w.appName +
+         ", title=" + w.title.value_or("<untitled>") + ")";
+}
+
+void debugLog(CaptureContext& c, const std::string& message) {
+  if (c.debug && c.debugLines) c.debugLines->push_back("[background-window-capture debug] " + message);
+}
+
+// The frame rounded outward to whole points; absent when it is not a usable rectangle.
+struct IntegralRect {
+  int64_t x, y, width, height;
+};
+std::optional<IntegralRect> integral(const platform::Rect& f) {
+  double x0 = std::floor(f.origin.x), y0 = std::floor(f.origin.y);
+  double x1 = std::ceil(f.origin.x + f.size.width), y1 = std::ceil(f.origin.y + f.size.height);
+  constexpr double limit = std::numeric_limits<int32_t>::max();
+  for (double v : {x0, y0, x1, y1}) {
+    if (!std::isfinite(v) || std::fabs(v) > limit) return std::nullopt;
+  }
+  return IntegralRect{static_cast<int64_t>(x0), static_cast<int64_t>(y0), static_cast<int64_t>(x1 - x0),
+                      static_cast<int64_t>(y1 - y0)};
+}
+
+// A file written beside its final place and moved there only when whole.
+std::string asidePath(const std::string& path) {
+  std::string folder = common::deletingLastPathComponent(path);
+  return common::appendPathComponent(folder, "." + common::lastPathComponent(path) + ".tmp-" +
+                                                 std::to_string(::getpid()) + ".png");
+}
+
+void moveIntoPlace(const std::string& aside, const std::string& path) {
+  if (::rename(aside.c_str(), path.c_str()) != 0) {
+    std::string error = std::strerror(errno);
+    ::unlink(aside.c_str());
+    throw ToolError("could not move the image into place at " + path + ": " + error);
+  }
+}
+
+volatile std::sig_atomic_t stopRequested = 0;
+extern "C" void requestStop(int) { stopRequested = 1; }
+
+}  // namespace
+
+std::string bwcUsageText(const std::string& exe) {
+  return "Usage:\n"
+         "  " + exe + " list [--pid PID] [--app NAME] [--title-contains TEXT] [--timeout SECONDS]\n"
+         "  " + exe + " capture (--window-id ID | --pid PID | --app NAME) [--title-contains TEXT] --out FILE "
+         "[--timeout SECONDS]\n"
+         "  " + exe + " watch (--window-id ID | --pid PID | --app NAME) [--title-contains TEXT] --out FILE "
+         "[--interval SECONDS] [--count N] [--archive-dir DIR] [--timeout SECONDS]\n"
+         "\n"
+         "Examples:\n"
+         "  " + exe + " list --pid 33995\n"
+         "  " + exe + " capture --pid 33995 --title-contains 123 --out /tmp/idea-123.png\n"
+         "  " + exe + " watch --pid 33995 --title-contains 123 --out /tmp/idea-123-latest.png "
+         "--archive-dir /tmp/idea-123-history --interval 2";
+}
+
+bool bwcIsHelpRequest(const std::vector<std::string>& arguments) {
+  for (const auto& a : arguments) {
+    if (a == "--help" || a == "-h" || a == "help") return true;
+  }
+  return false;
+}
+
+BWCOptions bwcParseOptions(const std::vector<std::string>& arguments) {
+  if (arguments.empty()) throw ToolError("missing command: expected list, capture or watch");
+  BWCOptions o;
+  o.command = arguments[0];
+  if (o.command != "list" && o.command != "capture" && o.command != "watch") {
+    throw ToolError("unknown command: " + o.command);
+  }
+  for (size_t i = 1; i < arguments.size(); ++i) {
+    const std::string& option = arguments[i];
+    std::optional<std::string> value;
+    if (i + 1 < arguments.size()) value = arguments[i + 1];
+    auto take = [&](const char* message) -> std::string {
+      if (!value) throw ToolError(message);
+      ++i;
+      return *value;
+    };
+    auto positive = [&](const char* message) {
+      std::string text = take(message);
+      auto v = cli::parseDouble(text);
+      if (!v || !(*v > 0) || !std::isfinite(*v)) throw ToolError(message);
+      return *v;
+    };
+    if (option == "--window-id") {
+      auto v = cli::parseUInt32(take("--window-id requires an integer"));
+      if (!v) throw ToolError("--window-id requires an integer");
+      o.windowID = *v;
+    } else if (option == "--pid") {
+      auto v = cli::parseInt64(take("--pid requires an integer"));
+      if (!v || *v < std::numeric_limits<int32_t>::min() || *v > std::numeric_limits<int32_t>::max()) {
+        throw ToolError("--pid requires an integer");
+      }
+      o.pid = static_cast<int32_t>(*v);
+    } else if (option == "--app") {
+      o.appName = take("--app requires a value");
+    } else if (option == "--title-contains") {
+      o.titleContains = take("--title-contains requires a value");
+    } else if (option == "--out") {
+      o.outputPath = take("--out requires a value");
+    } else if (option == "--archive-dir") {
+      o.archiveDir = take("--archive-dir requires a value");
+    } else if (option == "--interval") {
+      o.interval = positive("--interval requires a positive number");
+    } else if (option == "--count") {
+      auto v = cli::parseInt64(take("--count requires a positive integer"));
+      if (!v || *v <= 0) throw ToolError("--count requires a positive integer");
+      o.count = *v;
+    } else if (option == "--timeout") {
+      o.timeout = positive("--timeout requires a positive number");
+    } else {
+      throw ToolError("unknown argument: " + option);
+    }
+  }
+  return o;
+}
+
+bool bwcMatches(const BWCOptions& o, const BWCWindowMatch& w) {
+  if (!(w.frame.size.width > 0) || !(w.frame.size.height > 0)) return false;
+  if (o.windowID && *o.windowID != w.windowID) return false;
+  if (o.pid && *o.pid != w.pid) return false;
+  if (o.appName && common::lowercased(w.appName).find(common::lowercased(*o.appName)) == std::string::npos) {
+    return false;
+  }
+  if (o.titleContains &&
+      common::lowercased(w.title.value_or("")).find(common::lowercased(*o.titleContains)) == std::string::npos) {
+    return false;
+  }
+  return true;
+}
+
+std::vector<BWCWindowMatch> bwcFindWindowsViaQuartz(CaptureContext& c, const BWCOptions& options) {
+  std::vector<BWCWindowMatch> out;
+  auto entries = c.platform.windowList().copyWindowInfo(platform::windowlist::all, 0);
+  if (!entries) return out;
+  for (const platform::WindowInfo& w : *entries) {
+    if (w.number == 0) continue;
+    BWCWindowMatch m{w.number, w.ownerPID, w.ownerName.value_or(""), w.name, w.bounds, false};
+    if (bwcMatches(options, m)) out.push_back(std::move(m));
+  }
+  return out;
+}
+
+std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& options) {
+  using Windows = std::vector<platform::ShareableWindow>;
+  try {
+    platform::ScreenCapture& capture = c.platform.screenCapture();
+    Windows windows = runWithHardTimeout<Windows>(
+        c.platform.clock(), options.timeout, [&](std::shared_ptr<SingleCompletion<Windows>> done) {
+          capture.requestShareableWindows(false, false, [done](platform::CaptureStatus status, Windows list) {
+            if (status.ok()) {
+              done->succeed(std::move(list));
+            } else {
+              done->fail(status.description);
+            }
+          });
+        });
+    debugLog(c, "ScreenCaptureKit returned " + std::to_string(windows.size()) + " windows");
+    std::vector<BWCWindowMatch> matches;
+    for (const platform::ShareableWindow& w : windows) {
+      BWCWindowMatch m{w.windowID, w.ownerPID.value_or(0), w.ownerName.value_or(""), w.title, w.frame, true};
+      if (bwcMatches(options, m)) matches.push_back(std::move(m));
+    }
+    debugLog(c, "ScreenCaptureKit matched " + std::to_string(matches.size()) + " windows");
+    if (!matches.empty()) return matches;
+  } catch (const ToolError& error) {
+    debugLog(c, "ScreenCaptureKit window enumeration failed: " + error.description);
+  }
+  std::vector<BWCWindowMatch> matches = bwcFindWindowsViaQuartz(c, options);
+  debugLog(c, "Quartz fallback matched " + std::to_string(matches.size()) + " windows");
+  return matches;
+}
+
+std::vector<std::string> bwcListWindows(CaptureContext& c, const BWCOptions& options) {
+  std::vector<std::string> lines;
+  for (const BWCWindowMatch& w : bwcFindWindows(c, options)) {
+    lines.push_back(std::to_string(w.windowID) + "\tpid=" + std::to_string(w.pid) + "\tapp=" + w.appName +
+                    "\ttitle=" + w.title.value_or("<untitled>") + "\tframe=" + frameText(w.frame));
+  }
+  if (lines.empty()) throw ToolError("no matching windows found");
+  return lines;
+}
+
+namespace {
+
+BWCWindowMatch resolveTarget(CaptureContext& c, const BWCOptions& options) {
+  std::vector<BWCWindowMatch> matches = bwcFindWindows(c, options);
+  if (matches.empty()) throw ToolError("no matching windows found");
+  if (matches.size() > 1) {
+    std::string candidates;
+    for (const auto& m : matches) candidates += (candidates.empty() ? "" : ", ") + describe(m);
+    throw ToolError("multiple matching windows found: " + candidates +
+                    ". Narrow the query with --window-id, --pid, --app, or --title-contains");
+  }
+  return matches.front();
+}
+
+}  // namespace
+
+void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, const std::string& path) {
+  std::optional<IntegralRect> r = integral(window.frame);
+  if (!r) throw ToolError("window " + std::to_string(window.windowID) + " has invalid frame " + frameText(window.frame));
+  platform::ProcessRequest request;
+  request.executable = "/usr/sbin/screencapture";
+  request.arguments = {"-x",
+                       "-R" + std::to_string(r->x) + "," + std::to_string(r->y) + "," + std::to_string(r->width) +
+                           "," + std::to_string(r->height),
+                       path};
+  request.captureOutput = true;
+  request.timeoutSeconds = 30;
+  platform::ProcessResult result = c.platform.processes().run(request);
+  if (!result.launched || result.timedOut || result.exitStatus != 0) {
+    std::string error = common::trimmed(result.standardError);
+    if (error.empty() && !result.launched) error = result.launchError;
+    throw ToolError(error.empty() ? "unknown screencapture failure" : error);
+  }
+}
+
+void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout) {
+  std::string aside = asidePath(path);
+  ::unlink(aside.c_str());
+  auto region = [&] {
+    bwcCaptureVisibleRegion(c, window, aside);
+    moveIntoPlace(aside, path);
+  };
+  if (!window.fromScreenCaptureKit) {
+    try {
+      region();
+    } catch (const ToolError& error) {
+      ::unlink(aside.c_str());
+      throw ToolError("No ScreenCaptureKit window was available for window " + std::to_string(window.windowID) +
+                      "; Quartz/screencapture fallback failed: " + error.description);
+    }
+    return;
+  }
+  std::string first;
+  try {
+    platform::CaptureRequest request;
+    request.windowID = window.windowID;
+    request.showsCursor = false;
+    if (auto r = integral(window.frame); r && r->width > 0 && r->height > 0) {
+      request.pixelWidth = static_cast<size_t>(std::max<int64_t>(1, r->width));
+      request.pixelHeight = static_cast<size_t>(std::max<int64_t>(1, r->height));
+    }
+    using Image = std::shared_ptr<const platform::CapturedImage>;
+    platform::ScreenCapture& capture = c.platform.screenCapture();
+    Image image = runWithHardTimeout<Image>(c.platform.clock(), timeout,
+                                            [&](std::shared_ptr<SingleCompletion<Image>> done) {
+                                              capture.requestWindowImage(
+                                                  request, [done](platform::CaptureStatus status, Image result) {
+                                                    if (status.ok() && result) {
+                                                      done->succeed(std::move(result));
+                                                    } else {
+                                                      done->fail(status.description);
+                                                    }
+                                                  });
+                                            });
+    platform::CaptureStatus written = capture.writePNG(*image, aside);
+    if (!written.ok()) throw ToolError(written.description);
+    moveIntoPlace(aside, path);
+    return;
+  } catch (const ToolError& error) {
+    first = error.description;
+  }
+  try {
+    region();
+  } catch (const ToolError& error) {
+    ::unlink(aside.c_str());
+    throw ToolError("ScreenCaptureKit failed: " + first + "; fallback screencapture failed: " + error.description);
+  }
+}
+
+namespace {
+
+std::string capturedLine(const BWCWindowMatch& w, const std::string& path) {
+  return "captured window " + std::to_string(w.windowID) + " (pid=" + std::to_string(w.pid) + ", app=" + w.appName +
+         ") to " + path;
+}
+
+BWCCommandOutput bwcWatch(CaptureContext& c, const BWCOptions& options) {
+  BWCCommandOutput output;
+  BWCWindowMatch window = resolveTarget(c, options);
+  const std::string& path = *options.outputPath;
+  if (options.archiveDir) common::createDirectories(*options.archiveDir, 0755);
+  stopRequested = 0;
+  struct sigaction action {}, oldInt {}, oldTerm {};
+  action.sa_handler = requestStop;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGINT, &action, &oldInt);
+  ::sigaction(SIGTERM, &action, &oldTerm);
+  int64_t captures = 0;
+  for (int64_t n = 1; !stopRequested; ++n) {
+    try {
+      bwcCapture(c, window, path, options.timeout);
+      ++captures;
+      output.stdoutLines.push_back(capturedLine(window, path));
+      if (options.archiveDir) {
+        std::string name = "window-" + std::to_string(window.windowID) + "-" +
+                           c.values.bwcTimestampFormatter.string(c.platform.clock().now()) + ".png";
+        std::string archived = common::appendPathComponent(*options.archiveDir, name);
+        ::unlink(archived.c_str());
+        auto bytes = common::readFile(path);
+        if (!bytes || !common::writeFileAtomically(archived, *bytes, 0644)) {
+          throw ToolError("could not archive " + path + " as " + archived);
+        }
+        output.stdoutLines.push_back("archived " + archived);
+      }
+    } catch (const ToolError& error) {
+      output.stderrLines.push_back("watch capture failed: " + error.description);
+    }
+    // Lets other processes at a shared desktop between captures.
+    c.platform.checkpoint();
+    if (options.count && n >= *options.count) break;
+    c.platform.clock().waitUntil([] { return stopRequested != 0; }, options.interval);
+  }
+  ::sigaction(SIGINT, &oldInt, nullptr);
+  ::sigaction(SIGTERM, &oldTerm, nullptr);
+  output.stdoutLines.push_back("watch " + std::string(stopRequested ? "stopped" : "finished") + " after " +
+                               std::to_string(captures) + " captures");
+  return output;
+}
+
+}  // namespace
+
+BWCCommandOutput bwcExecuteCommand(CaptureContext& c, const std::vector<std::string>& arguments) {
+  BWCOptions options = bwcParseOptions(arguments);
+  BWCCommandOutput output;
+  if (options.command == "list") {
+    output.stdoutLines = bwcListWindows(c, options);
+    return output;
+  }
+  if (!options.outputPath) {
+    throw ToolError(options.command == "watch" ? "--out is required for watch" : "--out is required");
+  }
+  if (options.command == "watch") return bwcWatch(c, options);
+  BWCWindowMatch window = resolveTarget(c, options);
+  bwcCapture(c, window, *options.outputPath, options.timeout);
+  output.stdoutLines.push_back(capturedLine(window, *options.outputPath));
+  return output;
+}
+
+int runBackgroundWindowCaptureHost(const runtime::ProcessValues& values, platform::Platform& platform,
+                                   const std::vector<std::string>& arguments) {
+  const std::string exe = "background-window-capture";
+  std::vector<std::string> rest(arguments.size() > 1 ? arguments.begin() + 1 : arguments.end(), arguments.end());
+  if (bwcIsHelpRequest(rest)) {
+    runtime::writeAll(1, bwcUsageText(exe) + "\n");
+    return 0;
+  }
+  std::vector<std::string> debugLines;
+  CaptureContext c{platform, values, std::getenv("TAVLIN_BWC_DEBUG") != nullptr, &debugLines};
+  auto flushDebug = [&] {
+    for (const auto& line : debugLines) runtime::writeAll(2, line + "\n");
+    debugLines.clear();
+  };
+  try {
+    if (rest.empty()) {
+      runtime::writeAll(2, bwcUsageText(exe) + "\n");
+      return 1;
+    }
+    BWCCommandOutput output = bwcExecuteCommand(c, rest);
+    flushDebug();
+    std::string out, err;
+    for (const auto& line : output.stdoutLines) out += line + "\n";
+    for (const auto& line : output.stderrLines) err += line + "\n";
+    runtime::writeAll(1, out);
+    runtime::writeAll(2, err);
+    return 0;
+  } catch (const std::exception& error) {
+    flushDebug();
+    const auto* tool = dynamic_cast<const ToolError*>(&error);
+    runtime::writeAll(2, "background-window-capture: " +
+                             common::escapingLineBreaks(tool ? tool->description : error.what()) + "\n");
+    return 1;
+  }
 }
 
 }  // namespace tavlin::capture

@@ -237,4 +237,12 @@ std::optional<std::chrono::system_clock::time_point> parseISO8601(std::string_vi
   return sys_days(date) + hours(hh) + minutes(mm) + seconds(ss);
 }
 
+std::string doubleDescription(double value) {
+  if (std::isnan(value)) return "nan";
+  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+  std::string text = formatJSON(Json(value), JsonFlavor::encoder);
+  if (text.find_first_of(".e") == std::string::npos) text += ".0";
+  return text;
+}
+
 }  // namespace tavlin::cli

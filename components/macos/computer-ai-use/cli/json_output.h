@@ -30,6 +30,10 @@ std::string formatJSON(const Json& value, JsonFlavor flavor);
 void writeJSON(runtime::Output& output, const Json& encodedRecord);
 void writeJSONObject(runtime::Output& output, const Json& object);
 
+// A Double as Swift's `description` writes it: the shortest digits that read back,
+// always with a fraction or an exponent ("10.0", "2.5", "1e-07").
+std::string doubleDescription(double value);
+
 // Foundation's sorted-keys order: NSString comparison with numeric, case-insensitive
 // and forced ordering in the root locale (not byte order: "a_b" sorts before "aB").
 bool foundationKeyLess(std::string_view a, std::string_view b);

@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
       entry::finish(statusitem::runTavlinStatusItemDiagnostic(), values, *platform);
     case entry::Mode::backgroundWindowCapture: {
       rest.insert(rest.begin(), "background-window-capture");
-      entry::finish(capture::runBackgroundWindowCaptureHost(rest), values, *platform);
+      entry::finish(capture::runBackgroundWindowCaptureHost(values, *platform, rest), values, *platform);
     }
     case entry::Mode::clicker:
       entry::finish(clicker::runClickerCompatibility(rest), values, *platform);

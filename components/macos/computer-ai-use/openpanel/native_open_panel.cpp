@@ -123,11 +123,7 @@ std::optional<Element> findNativeOpenPanelButton(PanelContext& c, const Element&
 
 // --- waits ------------------------------------------------------------------
 
-std::string timeoutText(double seconds) {
-  std::string text = cli::formatJSON(cli::Json(seconds), cli::JsonFlavor::encoder);
-  if (text.find_first_of(".en") == std::string::npos) text += ".0";
-  return text;
-}
+std::string timeoutText(double seconds) { return cli::doubleDescription(seconds); }
 
 namespace {
 

@@ -30,6 +30,11 @@ class Platform {
   // nothing new does nothing. Throws std::exception with a one-line message when the
   // change could not be recorded, so that the command does not report success.
   virtual void commit() = 0;
+  // commit(), and let other processes at what this one shares with them until it is
+  // next used (a simulated desktop releases its lock and is read again afterwards).
+  // Called before running a child process that may use the same desktop, and between
+  // the captures of a long watch.
+  virtual void checkpoint() { commit(); }
 };
 
 // The simulated desktop when TAVLIN_SIM_DESKTOP is set (or on a system without a real

@@ -1,8 +1,12 @@
 #pragma once
 // The screen-capture port: ScreenCaptureKit's shareable windows and single-window
-// capture. Both calls are bounded by a hard time-out in the adapter, since the
-// system's completion handlers are known to never arrive at times.
+// screenshots, and PNG files through ImageIO. The two ScreenCaptureKit requests are
+// asynchronous, as the system's are: their completion may come on another thread, late,
+// or never. The core bounds every request with a hard time-out (capture/hard_timeout.h)
+// and drops a completion that comes after it.
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +20,7 @@ struct PixelSize {
   int64_t height = 0;
 };
 
+// An SCWindow, in neutral values.
 struct ShareableWindow {
   uint32_t windowID = 0;
   Rect frame;
@@ -27,29 +32,44 @@ struct ShareableWindow {
   std::optional<std::string> ownerName;
 };
 
-// Success, a failure with the system's description, or a time-out.
+// Success, or a failure with the system's description.
 struct CaptureStatus {
   enum class Kind { ok, failed, timedOut };
   Kind kind = Kind::ok;
   std::string description;
+  bool ok() const { return kind == Kind::ok; }
 };
 
+// One single-window screenshot (SCContentFilter with a desktop-independent window,
+// SCStreamConfiguration at this size).
 struct CaptureRequest {
   uint32_t windowID = 0;
-  size_t pixelWidth = 0;
+  size_t pixelWidth = 0;   // 0: the configuration keeps its own size
   size_t pixelHeight = 0;
   bool showsCursor = false;
-  std::string pngPath;
-  double timeoutSeconds = 0;
 };
+
+// A captured image, held by the adapter (a CGImage on macOS) until it is written.
+class CapturedImage {
+ public:
+  virtual ~CapturedImage() = default;
+};
+
+using ShareableWindowsCompletion = std::function<void(CaptureStatus, std::vector<ShareableWindow>)>;
+using WindowImageCompletion = std::function<void(CaptureStatus, std::shared_ptr<const CapturedImage>)>;
 
 class ScreenCapture {
  public:
   virtual ~ScreenCapture() = default;
-  virtual CaptureStatus shareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly, double timeoutSeconds,
-                                         std::vector<ShareableWindow>& windows) = 0;
-  // Writes the window's image as a PNG at `pngPath`.
-  virtual CaptureStatus captureWindow(const CaptureRequest& request) = 0;
+  // SCShareableContent: every window, desktop windows and windows off screen included
+  // when both switches are off. `done` is called at most once.
+  virtual void requestShareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly,
+                                       ShareableWindowsCompletion done) = 0;
+  // SCScreenshotManager's single-window capture. `done` is called at most once.
+  virtual void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) = 0;
+  // Writes the image as a PNG file (CGImageDestination). Failures: "failed to create
+  // image destination at <path>", "failed to write png to <path>".
+  virtual CaptureStatus writePNG(const CapturedImage& image, const std::string& path) = 0;
   // The pixel width and height of an image file's first frame (ImageIO's
   // kCGImagePropertyPixelWidth / Height); absent when the file cannot be read as an
   // image or lacks either property.

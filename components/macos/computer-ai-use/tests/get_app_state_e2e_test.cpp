@@ -66,9 +66,20 @@ TEST(GetAppState, WholeOutputsInEveryFormat) {
   EXPECT_EQ(d.run({"get-app-state", "--app", "Scribe", "--format", "plugin_json"}).out, envelope.out);
 }
 
-TEST(GetAppState, ScreenshotIsARealPngOfTheWindowAtBackingScale) {
+TEST(GetAppState, ScreenshotThroughTheCaptureModeIsARealPngOfTheWindow) {
   Desktop d(readText(exampleDesktop));
   ASSERT_EQ(d.run({"get-app-state", "--app", "Scribe"}).status, 0);
+  // The companion ran the capture mode, which asked ScreenCaptureKit for the window at
+  // its size in points.
+  std::string events = d.events();
+  EXPECT_NE(events.find("system run program=" + std::string(TAVLIN_SOURCE_ROOT) +
+                        "/bin/background-window-capture arguments=\"capture --window-id 301 --out "),
+            std::string::npos)
+      << events;
+  EXPECT_NE(events.find("0.000 system sck-capture window=301 width=900 height=640\n"
+                        "0.000 system write-png width=900 height=640\n"),
+            std::string::npos)
+      << events;
   std::string png = readText(d.cache + "/com.tavlin.example.scribe-4242.png");
   ASSERT_GT(png.size(), 24u);
   EXPECT_EQ(png.substr(1, 3), "PNG");
@@ -78,8 +89,8 @@ TEST(GetAppState, ScreenshotIsARealPngOfTheWindowAtBackingScale) {
            (static_cast<uint32_t>(static_cast<unsigned char>(png[at + 2])) << 8) |
            static_cast<uint32_t>(static_cast<unsigned char>(png[at + 3]));
   };
-  EXPECT_EQ(be32(16), 1800u);  // 900 points at scale 2
-  EXPECT_EQ(be32(20), 1280u);
+  EXPECT_EQ(be32(16), 900u);
+  EXPECT_EQ(be32(20), 640u);
   for (const char* name : {"", "/com.tavlin.example.scribe-4242.png", "/com.tavlin.example.scribe-4242.json"}) {
     struct stat st;
     ASSERT_EQ(::stat((d.cache + name).c_str(), &st), 0) << name;

@@ -231,9 +231,11 @@ TEST(Hardening, CapturesBeyondReasonNeverFailTheSnapshot) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       // A window far larger than the screen.
       {R"("position": [0, 0], "size": [100000, 100000])", R"("windows": [{"number": 9, "pid": 5, "bounds": [0, 0, 100000, 100000]}], )"},
-      // An enormous backing scale.
+      // An enormous backing scale, for the screenshot tool (the capture mode asks for
+      // the window's size in points).
       {R"("position": [0, 0], "size": [200, 100])",
-       R"("screen": {"backingScale": 1000}, "windows": [{"number": 9, "pid": 5, "bounds": [0, 0, 200, 100]}], )"},
+       R"("screen": {"backingScale": 1000}, "capture": {"companion": "fails"},
+          "windows": [{"number": 9, "pid": 5, "bounds": [0, 0, 200, 100]}], )"},
       // A window beyond the range of the screenshot tool's integers.
       {R"("position": [1e19, 0], "size": [200, 100])",
        R"("capture": {"companion": "fails"}, "windows": [{"number": 9, "pid": 5, "bounds": [1e19, 0, 200, 100]}], )"},

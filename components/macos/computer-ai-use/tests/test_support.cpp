@@ -31,7 +31,11 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::s
   request.arguments = arguments;
   request.captureOutput = true;
   request.timeoutSeconds = 60;
-  request.extraEnvironment = {{"TAVLIN_SIM_DESKTOP", ""}, {"TAVLIN_SIM_EVENT_LOG", ""}, {"TAVLIN_INSTALL_ROOT", ""}};
+  // The companion scripts run the binary under test.
+  request.extraEnvironment = {{"TAVLIN_SIM_DESKTOP", ""},
+                              {"TAVLIN_SIM_EVENT_LOG", ""},
+                              {"TAVLIN_INSTALL_ROOT", ""},
+                              {"TAVLIN_EXECUTABLE", TAVLIN_BINARY}};
   for (const auto& [k, v] : environment) request.extraEnvironment[k] = v;
   platform::ProcessResult result = platform::PosixProcesses().run(request);
   if (!result.launched) throw std::runtime_error("cannot run " + request.executable + ": " + result.launchError);

@@ -33,7 +33,29 @@ __attribute__((objc_root_class))
 @property(readonly) NSUInteger length;
 @end
 
-@interface NSArray<__covariant ObjectType> : NSObject
+// os/availability.h: API_AVAILABLE(macos(12.3)).
+#define __API_AVAILABLE_PLATFORM_macos(x) macos, introduced = x
+#define API_AVAILABLE(p) __attribute__((availability(__API_AVAILABLE_PLATFORM_##p)))
+
+typedef struct {
+  unsigned long state;
+  id __unsafe_unretained _Nullable* _Nullable itemsPtr;
+  unsigned long* _Nullable mutationsPtr;
+  unsigned long extra[5];
+} NSFastEnumerationState;
+
+@protocol NSFastEnumeration
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
+                                  objects:(id __unsafe_unretained _Nullable[_Nonnull])buffer
+                                    count:(NSUInteger)len;
+@end
+
+@interface NSError : NSObject
+@property(readonly, copy) NSString* localizedDescription;
+@property(readonly) NSInteger code;
+@end
+
+@interface NSArray<__covariant ObjectType> : NSObject <NSFastEnumeration>
 @property(readonly) NSUInteger count;
 - (ObjectType)objectAtIndex:(NSUInteger)index;
 @property(nonatomic, readonly, nullable) ObjectType firstObject;

@@ -11,4 +11,16 @@ CFDictionaryRef CGImageSourceCopyPropertiesAtIndex(CGImageSourceRef isrc, size_t
 extern const CFStringRef kCGImagePropertyPixelWidth;
 extern const CFStringRef kCGImagePropertyPixelHeight;
 
+typedef struct CGImage* CGImageRef;
+CGImageRef CGImageRetain(CGImageRef image);
+void CGImageRelease(CGImageRef image);
+size_t CGImageGetWidth(CGImageRef image);
+size_t CGImageGetHeight(CGImageRef image);
+
+typedef struct CGImageDestination* CGImageDestinationRef;
+CGImageDestinationRef CGImageDestinationCreateWithURL(CFURLRef url, CFStringRef type, size_t count,
+                                                      CFDictionaryRef options);
+void CGImageDestinationAddImage(CGImageDestinationRef idst, CGImageRef image, CFDictionaryRef properties);
+bool CGImageDestinationFinalize(CGImageDestinationRef idst);
+
 CF_EXTERN_C_END

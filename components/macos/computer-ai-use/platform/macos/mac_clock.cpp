@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -11,6 +12,17 @@ platform::TimePoint MacClock::now() { return std::chrono::system_clock::now(); }
 
 void MacClock::sleep(double seconds) {
   if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+bool MacClock::waitUntil(const std::function<bool()>& ready, double seconds) {
+  // Completions of the system's asynchronous calls arrive on its own queues, not on
+  // this thread's run loop: polling is enough.
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(std::max(0.0, seconds));
+  while (!ready()) {
+    if (std::chrono::steady_clock::now() >= deadline) return ready();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
 }
 
 void MacClock::runLoop(double seconds) {

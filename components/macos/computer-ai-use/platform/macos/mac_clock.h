@@ -9,6 +9,7 @@ class MacClock final : public platform::Clock {
   platform::TimePoint now() override;
   void sleep(double seconds) override;
   void runLoop(double seconds) override;
+  bool waitUntil(const std::function<bool()>& ready, double seconds) override;
 };
 
 }  // namespace tavlin::macos

@@ -113,11 +113,10 @@ void drawTree(const SimDesktop& desktop, size_t root, const Rect& region, double
 // capture fails, as the real tools fail for what they cannot capture.
 constexpr double maxCapturePixels = 64.0 * 1024 * 1024;
 
-std::optional<Canvas> canvasFor(const SimDesktop& desktop, const Rect& region) {
+std::optional<Canvas> canvasFor(const SimDesktop& desktop, const Rect& region, double scale) {
   const SimScreen& screen = desktop.screen();
-  double scale = screen.backingScale;
   double width = std::round(region.size.width * scale), height = std::round(region.size.height * scale);
-  double screenPixels = screen.width * screen.height * scale * scale;
+  double screenPixels = screen.width * screen.height * screen.backingScale * screen.backingScale;
   if (!(width >= 1) || !(height >= 1) || width * height > std::min(screenPixels, maxCapturePixels)) {
     return std::nullopt;
   }
@@ -144,20 +143,28 @@ platform::ProcessResult exited(int status) {
 
 }  // namespace
 
-bool renderWindow(const SimDesktop& desktop, uint32_t windowNumber, const std::string& path) {
+std::optional<Canvas> drawWindow(const SimDesktop& desktop, uint32_t windowNumber, size_t pixelWidth,
+                                 size_t pixelHeight) {
   for (const platform::WindowInfo& w : desktop.windows()) {
     if (w.number != windowNumber) continue;
-    std::optional<Canvas> canvas = canvasFor(desktop, w.bounds);
-    if (!canvas) return false;
-    if (auto root = axWindowFor(desktop, w)) drawTree(desktop, *root, w.bounds, desktop.screen().backingScale, *canvas);
-    return writePNG(*canvas, path);
+    double scale = desktop.screen().backingScale;
+    Rect region = w.bounds;
+    if (pixelWidth > 0 && pixelHeight > 0 && w.bounds.size.width > 0) {
+      // The size asked for, drawn at the scale that makes the window fit it.
+      scale = static_cast<double>(pixelWidth) / w.bounds.size.width;
+      region.size = {static_cast<double>(pixelWidth) / scale, static_cast<double>(pixelHeight) / scale};
+    }
+    std::optional<Canvas> canvas = canvasFor(desktop, region, scale);
+    if (!canvas) return std::nullopt;
+    if (auto root = axWindowFor(desktop, w)) drawTree(desktop, *root, region, scale, *canvas);
+    return canvas;
   }
-  return false;
+  return std::nullopt;
 }
 
 bool renderRegion(const SimDesktop& desktop, const Rect& region, const std::string& path) {
   if (!(region.size.width > 0) || !(region.size.height > 0)) return false;
-  std::optional<Canvas> canvas = canvasFor(desktop, region);
+  std::optional<Canvas> canvas = canvasFor(desktop, region, desktop.screen().backingScale);
   if (!canvas) return false;
   const auto& windows = desktop.windows();
   for (auto it = windows.rbegin(); it != windows.rend(); ++it) {
@@ -186,29 +193,12 @@ std::optional<platform::ProcessResult> runSimulatedTool(SimDesktop& desktop, con
     if (!desktop.capture().screenshotToolWorks || !region || out.empty()) return exited(1);
     return exited(renderRegion(desktop, *region, out) ? 0 : 1);
   }
+  // The companion runs for real (the tool's own capture mode against this desktop),
+  // unless the desktop says it cannot.
   if (request.executable == "/bin/zsh" && !args.empty() && args[0].ends_with("/bin/background-window-capture") &&
-      args.size() > 1 && args[1] == "capture") {
+      !desktop.capture().companionWorks) {
     desktop.log("system", "run", {{"program", args[0]}, {"arguments", joined({args.begin() + 1, args.end()})}});
-    std::optional<uint32_t> windowNumber;
-    std::optional<int32_t> pid;
-    std::string out;
-    for (size_t i = 2; i + 1 < args.size(); i += 2) {
-      if (args[i] == "--window-id") windowNumber = static_cast<uint32_t>(std::strtoul(args[i + 1].c_str(), nullptr, 10));
-      else if (args[i] == "--pid") pid = static_cast<int32_t>(std::strtol(args[i + 1].c_str(), nullptr, 10));
-      else if (args[i] == "--out") out = args[i + 1];
-    }
-    if (!desktop.capture().companionWorks || out.empty()) return exited(1);
-    if (!windowNumber && pid) {
-      // The frontmost on-screen window of the process.
-      for (const platform::WindowInfo& w : desktop.windows()) {
-        if (w.ownerPID == *pid && w.onscreen && w.layer == 0) {
-          windowNumber = w.number;
-          break;
-        }
-      }
-    }
-    if (!windowNumber) return exited(1);
-    return exited(renderWindow(desktop, *windowNumber, out) ? 0 : 1);
+    return exited(1);
   }
   return std::nullopt;
 }

@@ -7,11 +7,15 @@
 #include "platform/geometry.h"
 #include "platform/processes.h"
 #include "platform/sim/sim_desktop.h"
+#include "platform/sim/sim_png.h"
 
 namespace tavlin::sim {
 
-// Draws one window-server window by itself.
-bool renderWindow(const SimDesktop& desktop, uint32_t windowNumber, const std::string& path);
+// Draws one window-server window by itself, at `pixelWidth` × `pixelHeight` (0: the
+// window's size at the backing scale). Absent when there is no such window or the
+// image would be larger than the tools draw.
+std::optional<Canvas> drawWindow(const SimDesktop& desktop, uint32_t windowNumber, size_t pixelWidth,
+                                 size_t pixelHeight);
 // Draws whatever is on screen in a rectangle, windows back to front.
 bool renderRegion(const SimDesktop& desktop, const platform::Rect& region, const std::string& path);
 

@@ -98,6 +98,8 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   displayNames_ = std::move(other.displayNames_);
   hashIndex_ = std::move(other.hashIndex_);
   ids_ = std::move(other.ids_);
+  scheduled_ = std::move(other.scheduled_);
+  fromFile_ = other.fromFile_;
   return *this;
 }
 
@@ -190,12 +192,25 @@ void SimDesktop::advance(double seconds) {
       }
     }
   }
+  for (size_t i = 0; i < scheduled_.size();) {
+    if (scheduled_[i].atMicros > elapsedMicros_) {
+      ++i;
+      continue;
+    }
+    std::function<void()> fire = std::move(scheduled_[i].fire);
+    scheduled_.erase(scheduled_.begin() + static_cast<std::ptrdiff_t>(i));
+    fire();
+  }
   if (pendingActivation_ && pendingActivation_->atMicros <= elapsedMicros_) {
     int32_t pid = pendingActivation_->pid;
     pendingActivation_.reset();
     document_["pendingActivation"] = nullptr;
     setFrontmostPid(pid);
   }
+}
+
+void SimDesktop::schedule(double seconds, std::function<void()> fire) {
+  scheduled_.push_back({elapsedMicros_ + std::llround(std::max(0.0, seconds) * 1e6), std::move(fire)});
 }
 
 void SimDesktop::log(const std::string& target, const std::string& kind, const std::vector<EventField>& fields) {

@@ -4,6 +4,7 @@
 // round-trip counter). The file format is documented in docs/desktop-format.md and the
 // event log in docs/event-log.md.
 #include <chrono>
+#include <functional>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -97,10 +98,20 @@ struct SimEventFaults {
   bool scroll = false;
 };
 
-// Which simulated capture tools succeed.
+// How one simulated ScreenCaptureKit request answers.
+struct SimAnswer {
+  enum class Kind { atOnce, never, refused, late };
+  Kind kind = Kind::atOnce;
+  double delaySeconds = 0;  // for `late`: after this much virtual time
+};
+
+// Which simulated capture tools succeed, and how ScreenCaptureKit answers.
 struct SimCaptureBehaviour {
-  bool companionWorks = true;       // bin/background-window-capture
+  bool companionWorks = true;       // bin/background-window-capture can run
   bool screenshotToolWorks = true;  // /usr/sbin/screencapture
+  SimAnswer shareableContent;       // SCShareableContent
+  SimAnswer windowCapture;          // SCScreenshotManager
+  std::vector<uint32_t> vanishing;  // windows listed but gone when captured
 };
 
 struct EventField {
@@ -178,6 +189,12 @@ class SimDesktop {
   uint64_t roundTripsThisProcess() const { return roundTrips_; }
   uint64_t roundTripsTotal() const { return roundTripsBefore_ + roundTrips_; }
 
+  // Runs `fire` once the virtual clock has advanced `seconds` further (a late answer of
+  // an asynchronous call). Only within this process.
+  void schedule(double seconds, std::function<void()> fire);
+  // Whether the desktop came from a file (and so can be released and read again).
+  bool fromFile() const { return fromFile_; }
+
   // Writes the changed state back atomically and appends the pending log lines.
   // Throws DesktopError when the file cannot be written.
   void commit();
@@ -211,6 +228,12 @@ class SimDesktop {
   std::map<std::string, std::string> displayNames_;
   std::map<uint64_t, size_t> hashIndex_;
   std::map<std::string, size_t> ids_;
+  struct Scheduled {
+    int64_t atMicros;
+    std::function<void()> fire;
+  };
+  std::vector<Scheduled> scheduled_;
+  bool fromFile_ = false;
   std::string path_;
   std::string eventLogPath_;
   int lockDescriptor_ = -1;

@@ -391,6 +391,7 @@ SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLog
   desktop.path_ = path;
   desktop.eventLogPath_ = eventLogPath;
   desktop.lockDescriptor_ = acquireLock(path, lockWaitSeconds);
+  desktop.fromFile_ = true;
   // Under the lock no other command writes this desktop, so leftovers of a write-back
   // that was killed midway can go.
   common::removeStaleTemporaryFiles(path);
@@ -433,7 +434,7 @@ void SimDesktop::parse() {
   const ordered_json& root = document_;
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
-                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture",
+                         "pointer", "apps", "windows", "stats", "pendingActivation", "capture", "screenCaptureKit",
                          "eventCreationFails", "displayNames"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
@@ -490,6 +491,26 @@ void SimDesktop::parse() {
     };
     works("companion", capture_.companionWorks);
     works("screencapture", capture_.screenshotToolWorks);
+  }
+  if (auto it = root.find("screenCaptureKit"); it != root.end()) {
+    p.object(*it, "screenCaptureKit");
+    p.allowKeys(*it, "screenCaptureKit", {"shareableContent", "capture"});
+    auto answer = [&](const char* key, SimAnswer& field) {
+      auto v = it->find(key);
+      if (v == it->end()) return;
+      std::string at = std::string("screenCaptureKit.") + key;
+      if (v->is_number()) {
+        field = {SimAnswer::Kind::late, boundedSeconds(p, *v, at)};
+        return;
+      }
+      std::string mode = v->is_string() ? v->get<std::string>() : "";
+      if (mode == "answers") field.kind = SimAnswer::Kind::atOnce;
+      else if (mode == "never") field.kind = SimAnswer::Kind::never;
+      else if (mode == "refused") field.kind = SimAnswer::Kind::refused;
+      else p.fail(at, "expected \"answers\", \"never\", \"refused\" or a delay in seconds");
+    };
+    answer("shareableContent", capture_.shareableContent);
+    answer("capture", capture_.windowCapture);
   }
   if (auto it = root.find("eventCreationFails"); it != root.end()) {
     for (const std::string& kind : p.strings(*it, "eventCreationFails")) {
@@ -613,7 +634,7 @@ void SimDesktop::parse() {
     for (size_t i = 0; i < it->size(); ++i) {
       std::string where = "windows[" + std::to_string(i) + "]";
       const ordered_json& w = p.object((*it)[i], where);
-      p.allowKeys(w, where, {"number", "pid", "layer", "bounds", "alpha", "ownerName", "name", "onscreen"});
+      p.allowKeys(w, where, {"number", "pid", "layer", "bounds", "alpha", "ownerName", "name", "onscreen", "vanishes"});
       platform::WindowInfo info;
       auto number = w.find("number");
       if (number == w.end()) p.fail(where, "missing \"number\"");
@@ -644,6 +665,9 @@ void SimDesktop::parse() {
       if (auto v = w.find("name"); v != w.end() && !v->is_null()) info.name = p.string(*v, where + ".name");
       info.onscreen = true;
       if (auto v = w.find("onscreen"); v != w.end()) info.onscreen = p.boolean(*v, where + ".onscreen");
+      if (auto v = w.find("vanishes"); v != w.end() && p.boolean(*v, where + ".vanishes")) {
+        capture_.vanishing.push_back(info.number);
+      }
       windows_.push_back(info);
     }
   }

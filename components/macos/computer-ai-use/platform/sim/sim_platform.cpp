@@ -3,7 +3,9 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -410,14 +412,23 @@ class SimWindowListPort final : public WindowList {
   SimPlatform& p_;
 };
 
+// An image the simulated ScreenCaptureKit drew.
+struct SimImage final : CapturedImage {
+  explicit SimImage(Canvas c) : canvas(std::move(c)) {}
+  Canvas canvas;
+};
+
+// ScreenCaptureKit as the desktop says it answers: at once, never, late (the answer
+// comes when the virtual clock reaches it), or refused for want of permission.
 class SimScreenCapturePort final : public ScreenCapture {
  public:
   explicit SimScreenCapturePort(SimPlatform& p) : p_(p) {}
 
-  CaptureStatus shareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly, double,
-                                 std::vector<ShareableWindow>& windows) override {
+  void requestShareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly,
+                               ShareableWindowsCompletion done) override {
     SimDesktop& d = p_.desktop();
-    windows.clear();
+    d.log("system", "sck-shareable-content");
+    std::vector<ShareableWindow> windows;
     for (const WindowInfo& w : d.windows()) {
       if (onScreenWindowsOnly && !w.onscreen) continue;
       if (excludeDesktopWindows && w.layer < 0) continue;
@@ -434,12 +445,39 @@ class SimScreenCapturePort final : public ScreenCapture {
       }
       windows.push_back(std::move(s));
     }
-    return {};
+    answer(d.capture().shareableContent, "sck-shareable-content",
+           [done, windows]() mutable { done({}, std::move(windows)); },
+           [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, {}); });
   }
 
-  CaptureStatus captureWindow(const CaptureRequest& request) override {
-    if (!renderWindow(p_.desktop(), request.windowID, request.pngPath)) {
-      return {CaptureStatus::Kind::failed, "The window could not be captured"};
+  void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) override {
+    SimDesktop& d = p_.desktop();
+    d.log("system", "sck-capture",
+          {{"window", std::to_string(request.windowID)},
+           {"width", std::to_string(request.pixelWidth)},
+           {"height", std::to_string(request.pixelHeight)}});
+    const auto& gone = d.capture().vanishing;
+    std::optional<Canvas> canvas;
+    if (std::find(gone.begin(), gone.end(), request.windowID) == gone.end()) {
+      canvas = drawWindow(d, request.windowID, request.pixelWidth, request.pixelHeight);
+    }
+    auto fail = [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, nullptr); };
+    if (!canvas) {
+      if (d.capture().windowCapture.kind == SimAnswer::Kind::never) return;
+      fail("The operation couldn\u2019t be completed. (com.apple.ScreenCaptureKit.SCStreamErrorDomain error -3815.)");
+      return;
+    }
+    auto image = std::make_shared<const SimImage>(std::move(*canvas));
+    answer(d.capture().windowCapture, "sck-capture", [done, image] { done({}, image); }, fail);
+  }
+
+  CaptureStatus writePNG(const CapturedImage& image, const std::string& path) override {
+    const auto* sim = dynamic_cast<const SimImage*>(&image);
+    p_.desktop().log("system", "write-png",
+                     {{"width", std::to_string(sim ? sim->canvas.width() : 0)},
+                      {"height", std::to_string(sim ? sim->canvas.height() : 0)}});
+    if (!sim || !sim::writePNG(sim->canvas, path)) {
+      return {CaptureStatus::Kind::failed, "failed to write png to " + path};
     }
     return {};
   }
@@ -451,6 +489,27 @@ class SimScreenCapturePort final : public ScreenCapture {
   }
 
  private:
+  template <typename Succeed, typename Fail>
+  void answer(const SimAnswer& how, const std::string& kind, Succeed succeed, Fail fail) {
+    SimDesktop& d = p_.desktop();
+    switch (how.kind) {
+      case SimAnswer::Kind::atOnce:
+        succeed();
+        break;
+      case SimAnswer::Kind::never:
+        break;
+      case SimAnswer::Kind::refused:
+        fail("The user declined TCCs for application, window, display capture");
+        break;
+      case SimAnswer::Kind::late:
+        d.schedule(how.delaySeconds, [this, kind, succeed]() mutable {
+          p_.desktop().log("system", kind + "-answered-late");
+          succeed();
+        });
+        break;
+    }
+  }
+
   SimPlatform& p_;
 };
 
@@ -462,6 +521,15 @@ class SimProcessesPort final : public Processes {
     if (request.executable == "/usr/sbin/screencapture" || request.executable == "/bin/zsh") {
       if (auto result = runSimulatedTool(p_.desktop(), request)) return *result;
     }
+    if (request.executable == "/bin/zsh" && !request.arguments.empty()) {
+      SimDesktop& d = p_.desktop();
+      std::string joined;
+      for (size_t i = 1; i < request.arguments.size(); ++i) joined += (i > 1 ? " " : "") + request.arguments[i];
+      d.log("system", "run", {{"program", request.arguments[0]}, {"arguments", joined}});
+    }
+    // The child may use the same desktop: it gets the file, written back, and the lock;
+    // this process reads the desktop again when it next needs it.
+    p_.checkpoint();
     return real_.run(request);
   }
 
@@ -476,6 +544,15 @@ class SimClockPort final : public Clock {
   TimePoint now() override { return p_.desktop().now(); }
   void sleep(double seconds) override { p_.desktop().advance(seconds); }
   void runLoop(double seconds) override { p_.desktop().advance(seconds); }
+  bool waitUntil(const std::function<bool()>& ready, double seconds) override {
+    int64_t deadline = p_.desktop().elapsedMicroseconds() + std::llround(std::max(0.0, seconds) * 1e6);
+    for (;;) {
+      if (ready()) return true;
+      int64_t left = deadline - p_.desktop().elapsedMicroseconds();
+      if (left <= 0) return false;
+      p_.desktop().advance(std::min<double>(0.01, static_cast<double>(left) / 1e6));
+    }
+  }
 
  private:
   SimPlatform& p_;
@@ -523,6 +600,13 @@ SimDesktop& SimPlatform::desktop() {
 
 void SimPlatform::commit() {
   if (desktop_) desktop_->commit();
+}
+
+void SimPlatform::checkpoint() {
+  if (!desktop_) return;
+  desktop_->commit();
+  // A desktop from a file is released (its lock with it) and read again when next used.
+  if (desktop_->fromFile()) desktop_.reset();
 }
 
 SimSettings simSettingsFromEnvironment(const std::string& executablePath) {

@@ -34,6 +34,7 @@ class SimPlatform final : public platform::Platform {
   platform::Clock& clock() override;
   platform::Processes& processes() override;
   void commit() override;
+  void checkpoint() override;
 
   // The control face. Throws DesktopError when no desktop is set or it is invalid.
   SimDesktop& desktop();
