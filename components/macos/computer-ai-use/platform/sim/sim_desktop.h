@@ -192,6 +192,13 @@ class SimDesktop {
   // Runs `fire` once the virtual clock has advanced `seconds` further (a late answer of
   // an asynchronous call). Only within this process.
   void schedule(double seconds, std::function<void()> fire);
+  struct Scheduled {
+    int64_t atMicros;
+    std::function<void()> fire;
+  };
+  // What is still to fire, handed from a released desktop to the one read again.
+  std::vector<Scheduled> takeScheduled() { return std::move(scheduled_); }
+  void adoptScheduled(std::vector<Scheduled> scheduled) { scheduled_ = std::move(scheduled); }
   // Whether the desktop came from a file (and so can be released and read again).
   bool fromFile() const { return fromFile_; }
 
@@ -228,10 +235,6 @@ class SimDesktop {
   std::map<std::string, std::string> displayNames_;
   std::map<uint64_t, size_t> hashIndex_;
   std::map<std::string, size_t> ids_;
-  struct Scheduled {
-    int64_t atMicros;
-    std::function<void()> fire;
-  };
   std::vector<Scheduled> scheduled_;
   bool fromFile_ = false;
   std::string path_;

@@ -594,6 +594,8 @@ SimDesktop& SimPlatform::desktop() {
     }
     std::string log = settings_.eventLogPath.value_or(*settings_.desktopPath + ".log");
     desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log, settings_.lockWaitSeconds));
+    desktop_->adoptScheduled(std::move(released_));
+    released_.clear();
   }
   return *desktop_;
 }
@@ -606,7 +608,10 @@ void SimPlatform::checkpoint() {
   if (!desktop_) return;
   desktop_->commit();
   // A desktop from a file is released (its lock with it) and read again when next used.
-  if (desktop_->fromFile()) desktop_.reset();
+  if (desktop_->fromFile()) {
+    released_ = desktop_->takeScheduled();
+    desktop_.reset();
+  }
 }
 
 SimSettings simSettingsFromEnvironment(const std::string& executablePath) {

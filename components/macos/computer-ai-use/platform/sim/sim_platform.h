@@ -44,6 +44,7 @@ class SimPlatform final : public platform::Platform {
   struct Ports;
   SimSettings settings_;
   std::optional<SimDesktop> desktop_;
+  std::vector<SimDesktop::Scheduled> released_;  // late answers still to come after a checkpoint
   std::unique_ptr<Ports> ports_;
 };
 
