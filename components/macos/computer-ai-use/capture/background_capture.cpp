@@ -33,8 +33,9 @@ std::string describe(const BWCWindowMatch& w) {
          ", title=" + w.title.value_or("<untitled>") + ")";
 }
 
+// Written at once, so a long watch shows what it does as it does it.
 void debugLog(CaptureContext& c, const std::string& message) {
-  if (c.debug && c.debugLines) c.debugLines->push_back("[background-window-capture debug] " + message);
+  if (c.debug) runtime::writeAll(2, "[background-window-capture debug] " + message + "\n");
 }
 
 // The frame rounded outward to whole points; absent when it is not a usable rectangle.
@@ -381,19 +382,13 @@ int runBackgroundWindowCaptureHost(const runtime::ProcessValues& values, platfor
     runtime::writeAll(1, bwcUsageText(exe) + "\n");
     return 0;
   }
-  std::vector<std::string> debugLines;
-  CaptureContext c{platform, values, std::getenv("TAVLIN_BWC_DEBUG") != nullptr, &debugLines};
-  auto flushDebug = [&] {
-    for (const auto& line : debugLines) runtime::writeAll(2, line + "\n");
-    debugLines.clear();
-  };
+  CaptureContext c{platform, values, std::getenv("TAVLIN_BWC_DEBUG") != nullptr};
   try {
     if (rest.empty()) {
       runtime::writeAll(2, bwcUsageText(exe) + "\n");
       return 1;
     }
     BWCCommandOutput output = bwcExecuteCommand(c, rest);
-    flushDebug();
     std::string out, err;
     for (const auto& line : output.stdoutLines) out += line + "\n";
     for (const auto& line : output.stderrLines) err += line + "\n";
@@ -401,7 +396,6 @@ int runBackgroundWindowCaptureHost(const runtime::ProcessValues& values, platfor
     runtime::writeAll(2, err);
     return 0;
   } catch (const std::exception& error) {
-    flushDebug();
     const auto* tool = dynamic_cast<const ToolError*>(&error);
     runtime::writeAll(2, "background-window-capture: " +
                              common::escapingLineBreaks(tool ? tool->description : error.what()) + "\n");

@@ -57,8 +57,7 @@ bool bwcMatches(const BWCOptions& options, const BWCWindowMatch& window);
 struct CaptureContext {
   platform::Platform& platform;
   const runtime::ProcessValues& values;
-  bool debug = false;  // TAVLIN_BWC_DEBUG
-  std::vector<std::string>* debugLines = nullptr;
+  bool debug = false;  // TAVLIN_BWC_DEBUG: discovery steps on standard error
 };
 
 std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& options);
