@@ -1,10 +1,37 @@
 #pragma once
+// The clicker compatibility dispatcher: an older positional command set kept so that
+// scripts written for it keep working ("__clicker", bin/clicker).
+//
+// Choices where the command set leaves them open, as a script author would expect:
+// - Exit statuses: 0 success; 1 a failure (no accessibility permission, an event that
+//   could not be created, no element matched, AXPress refused, "check" or "request"
+//   finding the permission missing); 2 a command line that does not fit (its usage
+//   line on standard error, or the whole usage for an unknown command).
+// - "help", "--help" and no command at all print the usage on standard output, exit 0.
+// - "check" and "request" print "trusted: true|false", then one line
+//   "trusted=… pid=… bundle=… path=…"; without permission "request" adds the hint on
+//   standard error.
+// - "ax-list" lines read "[N] ROLE title=LABEL frame=(x,y,w,h)", N counting matches
+//   from 0; no match prints nothing and exits 0.
+// - "--title" is compared for equality with the label; "--contains" is a case-
+//   insensitive containment test on each of AXTitle, AXDescription and AXHelp.
+// - Pointer and key commands are session-wide events at the HID tap with the pauses of
+//   the event primitives (a click's 0.03 s between down and up, 0.06 s between the two
+//   clicks of "--double").
 #include <string>
 #include <vector>
 
+#include "platform/platform.h"
+#include "runtime/output.h"
+#include "runtime/process_values.h"
+
 namespace tavlin::clicker {
 
-// The older positional command set; `arguments` follow "__clicker". Returns the exit status.
-int runClickerCompatibility(const std::vector<std::string>& arguments);
+std::string clickerUsageText();
+
+// `arguments` are those after "__clicker". Writes its lines to `output`; returns the
+// exit status.
+int runClickerCompatibility(const runtime::ProcessValues& values, platform::Platform& platform,
+                            runtime::Output& output, const std::vector<std::string>& arguments);
 
 }  // namespace tavlin::clicker

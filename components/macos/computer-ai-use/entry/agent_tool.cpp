@@ -107,10 +107,7 @@ int runCommand(CommandContext& context) {
 
 }  // namespace
 
-int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform) {
-  runtime::BufferedOutput output;
-  CommandContext context{values, platform, output};
-  int status = runCommand(context);
+int recordAndDeliver(platform::Platform& platform, runtime::BufferedOutput& output, int status) {
   // What the command did is recorded before its result is shown: a result for a change
   // that was not recorded would be a lie.
   try {
@@ -129,6 +126,12 @@ int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platf
   }
   runtime::writeAll(2, output.err());
   return status;
+}
+
+int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform) {
+  runtime::BufferedOutput output;
+  CommandContext context{values, platform, output};
+  return recordAndDeliver(platform, output, runCommand(context));
 }
 
 }  // namespace tavlin::entry

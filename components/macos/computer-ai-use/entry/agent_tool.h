@@ -1,5 +1,6 @@
 #pragma once
 #include "platform/platform.h"
+#include "runtime/output.h"
 #include "runtime/process_values.h"
 
 namespace tavlin::entry {
@@ -10,5 +11,10 @@ namespace tavlin::entry {
 // command whose effect could not be recorded, or whose result could not be written,
 // exits 1.
 int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform);
+
+// What every tool mode does last: records the effects (Platform::commit), then writes
+// the collected output. A result whose effects could not be recorded is not shown and
+// the status becomes 1; so does a result that cannot be written. Returns the status.
+int recordAndDeliver(platform::Platform& platform, runtime::BufferedOutput& output, int status);
 
 }  // namespace tavlin::entry

@@ -77,8 +77,11 @@ int main(int argc, char** argv) {
       rest.insert(rest.begin(), "background-window-capture");
       entry::finish(capture::runBackgroundWindowCaptureHost(values, *platform, rest), values, *platform);
     }
-    case entry::Mode::clicker:
-      entry::finish(clicker::runClickerCompatibility(rest), values, *platform);
+    case entry::Mode::clicker: {
+      runtime::BufferedOutput output;
+      int status = clicker::runClickerCompatibility(values, *platform, output, rest);
+      entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
+    }
     case entry::Mode::agentTool:
       entry::finish(entry::runAgentTool(values, *platform), values, *platform, true);
   }

@@ -48,7 +48,7 @@ TEST(AgentCommandLine, FailuresPrintOneMessageOnStandardErrorAndExit1) {
       {{"get-app-state", "--window-id", "4294967296"}, "--window-id / --window_id expects an unsigned integer\n"},
       {{"click", "--app", "X", "-12"}, "Unexpected argument -12\n"},
       {{"choose-open-panel-path", "--app", "X"}, "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)\n"},
-      {{"__clicker", "where"}, "clicker is not available yet\n"},
+      {{"__clicker", "where"}, "where: No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)\n"},
   };
   for (const auto& c : cases) {
     ToolRun run = runTool(c.args);
