@@ -69,10 +69,15 @@ int main(int argc, char** argv) {
   const entry::Mode mode = entry::selectMode(args);
   switch (mode) {
     case entry::Mode::statusItemWithWindow:
-    case entry::Mode::statusItemWithoutWindow:
-      entry::finish(statusitem::runTavlinStatusItem(mode == entry::Mode::statusItemWithWindow), values, *platform);
+    case entry::Mode::statusItemWithoutWindow: {
+      int status = statusitem::runTavlinStatusItem(values, *platform, mode == entry::Mode::statusItemWithWindow);
+      if (status != 0) entry::finish(status, values, *platform);
+      // The run ended: the process ends here, without finish (no exit-code file).
+      std::fflush(stdout);
+      std::exit(0);
+    }
     case entry::Mode::statusItemDiagnostic:
-      entry::finish(statusitem::runTavlinStatusItemDiagnostic(), values, *platform);
+      entry::finish(statusitem::runTavlinStatusItemDiagnostic(values, *platform), values, *platform);
     case entry::Mode::backgroundWindowCapture: {
       rest.insert(rest.begin(), "background-window-capture");
       entry::finish(capture::runBackgroundWindowCaptureHost(values, *platform, rest), values, *platform);

@@ -10,6 +10,7 @@
 #include "platform/events.h"
 #include "platform/processes.h"
 #include "platform/screen_capture.h"
+#include "platform/status_bar.h"
 #include "platform/window_list.h"
 #include "platform/workspace.h"
 
@@ -25,6 +26,7 @@ class Platform {
   virtual ScreenCapture& screenCapture() = 0;
   virtual Clock& clock() = 0;
   virtual Processes& processes() = 0;
+  virtual StatusBar& statusBar() = 0;
   // Records what changed (a simulated desktop writes its state back and appends its
   // event log). Called as a command ends, on every path; calling it again with
   // nothing new does nothing. Throws std::exception with a one-line message when the

@@ -1,5 +1,6 @@
 // Declaration-only stand-in for Apple's AppKit headers (see CoreFoundation.h).
 #pragma once
+#include <ApplicationServices/ApplicationServices.h>
 #include <Foundation/Foundation.h>
 
 NS_ASSUME_NONNULL_BEGIN
@@ -35,6 +36,82 @@ typedef int pid_t;
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
 @property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
 @property(nullable, readonly, strong) NSRunningApplication* frontmostApplication;
+@end
+
+// The menu-bar item, its menu and the application object.
+@class NSMenu;
+
+@interface NSResponder : NSObject
+@end
+
+@interface NSApplication : NSResponder
+@property(class, readonly, strong) NSApplication* sharedApplication;
+- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
+- (void)run;
+- (void)stop:(nullable id)sender;
+- (void)terminate:(nullable id)sender;
+- (void)activateIgnoringOtherApps:(BOOL)flag;
+@end
+
+typedef NSInteger NSControlStateValue;
+static const NSControlStateValue NSControlStateValueOff = 0;
+static const NSControlStateValue NSControlStateValueOn = 1;
+
+@interface NSMenuItem : NSObject
++ (NSMenuItem*)separatorItem;
+- (instancetype)initWithTitle:(NSString*)string action:(nullable SEL)selector keyEquivalent:(NSString*)charCode;
+@property(nullable, weak) id target;
+@property NSInteger tag;
+@property NSControlStateValue state;
+@property(getter=isEnabled) BOOL enabled;
+@end
+
+@protocol NSMenuDelegate
+@optional
+- (void)menuNeedsUpdate:(NSMenu*)menu;
+@end
+
+@interface NSMenu : NSObject
+- (instancetype)initWithTitle:(NSString*)title;
+- (void)addItem:(NSMenuItem*)newItem;
+- (void)removeAllItems;
+@property BOOL autoenablesItems;
+@property(nullable, weak) id<NSMenuDelegate> delegate;
+@end
+
+@interface NSStatusBarButton : NSObject
+@property(copy) NSString* title;
+@end
+
+@interface NSStatusItem : NSObject
+@property(readonly, strong, nullable) NSStatusBarButton* button;
+@property(strong, nullable) NSMenu* menu;
+@end
+
+static const CGFloat NSVariableStatusItemLength = -1.0;
+
+@interface NSStatusBar : NSObject
+@property(class, readonly, strong) NSStatusBar* systemStatusBar;
+- (NSStatusItem*)statusItemWithLength:(CGFloat)length;
+@end
+
+typedef NS_OPTIONS(NSUInteger, NSWindowStyleMask){
+    NSWindowStyleMaskTitled = 1 << 0,
+    NSWindowStyleMaskClosable = 1 << 1,
+};
+typedef NS_ENUM(NSUInteger, NSBackingStoreType){
+    NSBackingStoreBuffered = 2,
+};
+
+@interface NSWindow : NSResponder
+- (instancetype)initWithContentRect:(CGRect)contentRect
+                          styleMask:(NSWindowStyleMask)style
+                            backing:(NSBackingStoreType)backingStoreType
+                              defer:(BOOL)flag;
+@property(copy) NSString* title;
+@property BOOL releasedWhenClosed;
+- (void)center;
+- (void)makeKeyAndOrderFront:(nullable id)sender;
 @end
 
 NS_ASSUME_NONNULL_END

@@ -4,6 +4,7 @@
 #include "platform/macos/mac_clock.h"
 #include "platform/macos/mac_events.h"
 #include "platform/macos/mac_screen_capture.h"
+#include "platform/macos/mac_status_bar.h"
 #include "platform/macos/mac_window_list.h"
 #include "platform/macos/mac_workspace.h"
 #include "platform/posix_processes.h"
@@ -20,6 +21,7 @@ class MacPlatform final : public platform::Platform {
   platform::ScreenCapture& screenCapture() override { return capture_; }
   platform::Clock& clock() override { return clock_; }
   platform::Processes& processes() override { return processes_; }
+  platform::StatusBar& statusBar() override { return statusBar_; }
   void commit() override {}
 
  private:
@@ -30,6 +32,7 @@ class MacPlatform final : public platform::Platform {
   MacScreenCapture capture_;
   MacClock clock_;
   platform::PosixProcesses processes_;
+  MacStatusBar statusBar_;
 };
 
 }  // namespace

@@ -568,6 +568,7 @@ struct SimPlatform::Ports {
   SimScreenCapturePort capture;
   SimClockPort clock;
   SimProcessesPort processes;
+  HeadlessStatusBar statusBar;
 };
 
 SimPlatform::SimPlatform(SimSettings settings)
@@ -585,6 +586,7 @@ WindowList& SimPlatform::windowList() { return ports_->windowList; }
 ScreenCapture& SimPlatform::screenCapture() { return ports_->capture; }
 Clock& SimPlatform::clock() { return ports_->clock; }
 Processes& SimPlatform::processes() { return ports_->processes; }
+StatusBar& SimPlatform::statusBar() { return ports_->statusBar; }
 
 SimDesktop& SimPlatform::desktop() {
   if (!desktop_) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "platform/headless_status_bar.h"
 #include "platform/posix_processes.h"
 #include "platform/sim/sim_desktop.h"
 
@@ -33,6 +34,7 @@ class SimPlatform final : public platform::Platform {
   platform::ScreenCapture& screenCapture() override;
   platform::Clock& clock() override;
   platform::Processes& processes() override;
+  platform::StatusBar& statusBar() override;
   void commit() override;
   void checkpoint() override;
 

@@ -1,0 +1,231 @@
+// The status item's services (release version, updater runner, single-instance lock),
+// the updater script, and an installed app.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "cli/tool_error.h"
+#include "common/files.h"
+#include "platform/posix_processes.h"
+#include "platform/sim/sim_platform.h"
+#include "statusitem/status_item_services.h"
+#include "test_support.h"
+
+using tavlin::testing::readText;
+using tavlin::testing::runTool;
+using tavlin::testing::TempDir;
+using tavlin::testing::toolErrorOf;
+using tavlin::testing::ToolRun;
+using tavlin::testing::writeText;
+
+namespace {
+
+void writeScript(const std::string& path, const std::string& body) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  writeText(path, "#!/bin/sh\n" + body);
+  ::chmod(path.c_str(), 0755);
+}
+
+// A process of the binary under test in the background, with its own home.
+pid_t spawnTool(const std::vector<std::string>& arguments, const std::string& home) {
+  std::vector<std::string> args = {TAVLIN_BINARY};
+  args.insert(args.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> env = {"HOME=" + home, "PATH=/usr/bin:/bin"};
+  std::vector<char*> argv, envp;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  for (auto& e : env) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  pid_t pid = 0;
+  if (posix_spawn(&pid, TAVLIN_BINARY, nullptr, nullptr, argv.data(), envp.data()) != 0) return -1;
+  return pid;
+}
+
+// Whether another process holds the status item's lock (waiting for it a while).
+bool lockHeldSoon(const std::string& path) {
+  for (int i = 0; i < 400; ++i) {
+    int fd = ::open(path.c_str(), O_RDWR);
+    if (fd >= 0) {
+      bool held = ::lockf(fd, F_TEST, 0) != 0;
+      ::close(fd);
+      if (held) return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  return false;
+}
+
+}  // namespace
+
+TEST(StatusItem, ReleaseVersion) {
+  const std::vector<std::pair<std::optional<std::string>, std::string>> cases = {
+      {"version: 1.2.3\n", "1.2.3"},
+      {"Version: 1.2.3", "1.2.3"},
+      {"\n\nname: tavlin\nVERSION:   4.5  \n", "4.5"},
+      {"version:\nversion: 2.0\n", "2.0"},
+      {"0.1.0\n", "0.0.0-dev"},
+      {"", "0.0.0-dev"},
+      {std::nullopt, "0.0.0-dev"},
+  };
+  for (const auto& [text, version] : cases) {
+    TempDir root;
+    if (text) writeText(root.file("RELEASE_BUILD.txt"), *text);
+    EXPECT_EQ(tavlin::statusitem::tavlinReleaseVersion(root.path()), version) << text.value_or("<none>");
+  }
+  // The repository's own file is in the form the reader expects.
+  EXPECT_EQ(tavlin::statusitem::tavlinReleaseVersion(TAVLIN_SOURCE_ROOT), "0.1.0");
+}
+
+TEST(StatusItem, UpdaterRunner) {
+  tavlin::sim::SimPlatform platform{tavlin::sim::SimSettings{}};
+  struct Case {
+    std::string script;
+    std::string command;
+    std::string expected;  // the object, or the error message
+  };
+  const std::vector<Case> cases = {
+      {"echo 'checking the feed'\necho '{\"note\": 1'\necho '{\"ok\": true, \"n\": 2}'\necho 'done'\n", "check",
+       R"({"n":2,"ok":true})"},
+      {"echo '{\"error\": \"feed unreachable\"}'\nexit 1\n", "check", R"({"error":"feed unreachable"})"},
+      {"echo '{\"ok\": false}'\necho boom >&2\nexit 3\n", "check", "updater exited with status 3: boom"},
+      {"echo 'no json here'\n", "status", "tavlin-updater returned no structured result"},
+      {"sleep 30\n", "status", "tavlin-updater timed out"},
+      // The arguments as the runner passes them, and the install root in the environment.
+      {"printf '{\"args\": \"%s\", \"root\": \"%s\"}\\n' \"$*\" \"$TAVLIN_INSTALL_ROOT\"\n", "check", "ARGS"},
+      {"printf '{\"args\": \"%s\"}\\n' \"$*\"\n", "set-enabled", R"({"args":"set-enabled --json off"})"},
+  };
+  for (const Case& c : cases) {
+    TempDir root;
+    writeText(root.file("RELEASE_BUILD.txt"), "version: 9.8.7\n");
+    writeScript(root.file("bin/tavlin-updater"), c.script);
+    std::vector<std::string> extra = c.command == "set-enabled" ? std::vector<std::string>{"off"}
+                                                                : std::vector<std::string>{};
+    std::string got;
+    try {
+      got = tavlin::statusitem::tavlinUpdaterResult(platform, root.path(), c.command, extra, 1.0).dump();
+    } catch (const tavlin::cli::ToolError& e) {
+      got = e.description;
+    }
+    std::string expected = c.expected;
+    if (expected == "ARGS") {
+      expected = R"({"args":"check --json --platform macos --install-root )" + root.path() +
+                 R"( --current-version 9.8.7","root":")" + root.path() + "\"}";
+    }
+    EXPECT_EQ(got, expected) << c.script;
+  }
+  TempDir empty;
+  EXPECT_EQ(toolErrorOf([&] { tavlin::statusitem::tavlinUpdaterResult(platform, empty.path(), "status", {}, 1); }),
+            "tavlin-updater is missing or not executable: " + empty.file("bin/tavlin-updater"));
+}
+
+TEST(StatusItem, UpdaterScript) {
+  TempDir home;
+  std::string feed = home.file("feed.json");
+  writeText(feed, "{\n  \"version\": \"0.2.0\",\n  \"url\": \"https://example.invalid/Tavlin-0.2.0.zip\"\n}\n");
+  auto updater = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), std::string(TAVLIN_SOURCE_ROOT) + "/bin/tavlin-updater");
+    tavlin::platform::ProcessRequest request;
+    request.executable = "/bin/sh";
+    request.arguments = args;
+    request.captureOutput = true;
+    request.timeoutSeconds = 30;
+    request.extraEnvironment = {{"HOME", home.path()}, {"TAVLIN_UPDATE_FEED", feed}};
+    return tavlin::platform::PosixProcesses().run(request);
+  };
+  auto result = updater({"status", "--json", "--platform", "macos", "--current-version", "0.1.0"});
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.standardOutput,
+            "{\"ok\":true,\"command\":\"status\",\"platform\":\"macos\",\"currentVersion\":\"0.1.0\","
+            "\"automaticUpdates\":true}\n");
+  result = updater({"check", "--json", "--current-version", "0.1.0"});
+  EXPECT_EQ(result.standardOutput,
+            "checking " + feed +
+                "\n{\"ok\":true,\"command\":\"check\",\"currentVersion\":\"0.1.0\",\"availableVersion\":\"0.2.0\","
+                "\"updateAvailable\":true,\"url\":\"https://example.invalid/Tavlin-0.2.0.zip\","
+                "\"automaticUpdates\":true}\n");
+  result = updater({"check", "--json", "--current-version", "0.10.0"});
+  EXPECT_NE(result.standardOutput.find("\"updateAvailable\":false"), std::string::npos) << result.standardOutput;
+  result = updater({"set-enabled", "--json", "off"});
+  EXPECT_EQ(result.standardOutput, "{\"ok\":true,\"command\":\"set-enabled\",\"automaticUpdates\":false}\n");
+  EXPECT_NE(updater({"status", "--json"}).standardOutput.find("\"automaticUpdates\":false"), std::string::npos);
+  result = updater({"set-enabled", "--json", "maybe"});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.standardOutput, "{\"ok\":false,\"command\":\"set-enabled\",\"error\":\"set-enabled takes on or off\"}\n");
+}
+
+TEST(StatusItem, OneInstanceAtATimeEvenAfterACrash) {
+  TempDir home;
+  pid_t first = spawnTool({"__menu-bar"}, home.path());
+  ASSERT_GT(first, 0);
+  std::string lock = home.file("Library/Application Support/Tavlin/runtime/status-item.lock");
+  ASSERT_TRUE(lockHeldSoon(lock));
+  ToolRun second = runTool({"__menu-bar"}, {{"HOME", home.path()}});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.err, "Tavlin status item is already running\n");
+  ::kill(first, SIGKILL);
+  int status = 0;
+  ::waitpid(first, &status, 0);
+
+  // After a crash the lock is free: a new item starts and ends cleanly on SIGTERM,
+  // without an exit-code file.
+  std::string ipc = home.file("ipc");
+  pid_t third = spawnTool({"__menu-bar", "--tavlin-ipc", ipc}, home.path());
+  ASSERT_GT(third, 0);
+  ASSERT_TRUE(lockHeldSoon(lock));
+  ::kill(third, SIGTERM);
+  ASSERT_EQ(::waitpid(third, &status, 0), third);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(tavlin::common::exists(ipc + "/pid"));
+  EXPECT_FALSE(tavlin::common::exists(ipc + "/exit-code"));
+}
+
+TEST(StatusItem, InstalledAppWorksFromItsInstallRoot) {
+  TempDir prefix;
+  tavlin::platform::ProcessRequest install;
+  install.executable = "/usr/bin/env";
+  install.arguments = {"cmake", "--install", TAVLIN_BUILD_DIR, "--prefix", prefix.path()};
+  install.captureOutput = true;
+  install.timeoutSeconds = 120;
+  auto installed = tavlin::platform::PosixProcesses().run(install);
+  ASSERT_EQ(installed.exitStatus, 0) << installed.standardError;
+  for (const char* script : {"computer-ai-use", "background-window-capture", "clicker", "tavlin-updater"}) {
+    EXPECT_TRUE(tavlin::common::isExecutableFile(prefix.file(std::string("bin/") + script))) << script;
+  }
+  tavlin::testing::DesktopFixture d(readText(std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json"));
+  auto runInstalled = [&](const std::string& script, std::vector<std::string> args) {
+    tavlin::platform::ProcessRequest request;
+    request.executable = prefix.file("bin/" + script);
+    request.arguments = std::move(args);
+    request.captureOutput = true;
+    request.timeoutSeconds = 60;
+    // The scripts find the installed executable by themselves.
+    request.extraEnvironment = {{"TAVLIN_SIM_DESKTOP", d.path}, {"TAVLIN_SIM_EVENT_LOG", d.log},
+                                {"HOME", d.dir.path()},        {"TAVLIN_EXECUTABLE", ""},
+                                {"TAVLIN_INSTALL_ROOT", ""}};
+    return tavlin::platform::PosixProcesses().run(request);
+  };
+  auto apps = runInstalled("computer-ai-use", {"list-apps"});
+  EXPECT_EQ(apps.exitStatus, 0) << apps.standardError;
+  EXPECT_NE(apps.standardOutput.find("\"Scribe\""), std::string::npos);
+  auto state = runInstalled("computer-ai-use", {"get-app-state", "--app", "Scribe"});
+  EXPECT_EQ(state.exitStatus, 0) << state.standardError;
+  EXPECT_NE(state.standardOutput.find("Screenshot: "), std::string::npos) << state.standardOutput;
+  EXPECT_NE(d.events().find(prefix.file("bin/background-window-capture")), std::string::npos) << d.events();
+  EXPECT_EQ(runInstalled("background-window-capture", {"list", "--pid", "4242"}).exitStatus, 0);
+  EXPECT_EQ(runInstalled("clicker", {"where"}).exitStatus, 0);
+  auto diagnose = runInstalled("computer-ai-use", {"__menu-bar-diagnose"});
+  EXPECT_NE(diagnose.standardOutput.find("item: Tavlin 0.1.0 (disabled)\n"), std::string::npos)
+      << diagnose.standardOutput;
+  EXPECT_NE(diagnose.standardOutput.find("install root: " + prefix.path() + "\n"), std::string::npos)
+      << diagnose.standardOutput;
+}
