@@ -12,7 +12,7 @@ debian_packages=(
   libbenchmark-dev              # benchmark targets
   zsh                           # /bin/zsh runs the companion scripts, as on macOS
 )
-brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng google-benchmark)
+brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng google-benchmark node)
 
 case "$(uname -s)" in
   Linux)
@@ -24,6 +24,10 @@ case "$(uname -s)" in
     for p in "${debian_packages[@]}"; do
       dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
     done
+    # Node and npm run the MCP client tests; a Node that is already there (with its own
+    # npm) is kept.
+    command -v node >/dev/null || missing+=(nodejs)
+    command -v npm >/dev/null || missing+=(npm)
     if ((${#missing[@]})); then
       sudo=""
       [ "$(id -u)" -ne 0 ] && sudo="sudo"

@@ -21,3 +21,6 @@ else
   exit 1
 fi
 ctest --test-dir "$build" --output-on-failure --no-tests=error -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
+# The MCP server, driven by the official MCP SDK client over stdio (pinned by the lock file).
+mcp_tests="$root/components/macos/computer-ai-use/tests/mcp"
+(cd "$mcp_tests" && npm ci --no-audit --no-fund --loglevel=error >/dev/null && TAVLIN_BINARY="$build/Tavlin" node --test)

@@ -83,17 +83,26 @@ const std::vector<Command>& commandTable() {
   return table;
 }
 
+}  // namespace
+
+void dispatchAgentCommand(CommandContext& context, const std::string& word, const cli::Flags& flags) {
+  for (const Command& command : commandTable()) {
+    if (std::find(command.words.begin(), command.words.end(), word) != command.words.end()) {
+      command.handler(context, flags);
+      return;
+    }
+  }
+  throw cli::ToolError::multiline(std::string(cli::usageText));
+}
+
+namespace {
+
 // The handler's outcome: 0, or 1 with its one-line message on standard error.
 int runCommand(CommandContext& context) {
   try {
     cli::ParsedCommand parsed = cli::parseArguments(context.values.tavlinArguments);
-    for (const Command& command : commandTable()) {
-      if (std::find(command.words.begin(), command.words.end(), parsed.command) != command.words.end()) {
-        command.handler(context, parsed.flags);
-        return 0;
-      }
-    }
-    throw cli::ToolError::multiline(std::string(cli::usageText));
+    dispatchAgentCommand(context, parsed.command, parsed.flags);
+    return 0;
   } catch (const cli::ToolError& error) {
     std::string message = error.keepsLineBreaks ? error.description : common::escapingLineBreaks(error.description);
     context.output.standardError(message + "\n");

@@ -1,5 +1,7 @@
 #pragma once
 #include "platform/platform.h"
+#include "cli/arguments.h"
+#include "runtime/command_context.h"
 #include "runtime/output.h"
 #include "runtime/process_values.h"
 
@@ -11,6 +13,10 @@ namespace tavlin::entry {
 // command whose effect could not be recorded, or whose result could not be written,
 // exits 1.
 int runAgentTool(const runtime::ProcessValues& values, platform::Platform& platform);
+
+// Runs the handler of one command word (either spelling) with its flags; throws
+// ToolError (the whole usage text for an unknown word) like the handler does.
+void dispatchAgentCommand(runtime::CommandContext& context, const std::string& command, const cli::Flags& flags);
 
 // What every tool mode does last: records the effects (Platform::commit), then writes
 // the collected output. A result whose effects could not be recorded is not shown and

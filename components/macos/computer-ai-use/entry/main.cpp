@@ -13,6 +13,7 @@
 #include "entry/ipc.h"
 #include "entry/modes.h"
 #include "entry/process_values.h"
+#include "mcp/mcp_server.h"
 #include "platform/platform.h"
 #include "runtime/output.h"
 #include "statusitem/status_item.h"
@@ -87,6 +88,8 @@ int main(int argc, char** argv) {
       int status = clicker::runClickerCompatibility(values, *platform, output, rest);
       entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
     }
+    case entry::Mode::mcpServer:
+      entry::finish(mcp::runMcpServer(values, *platform, entry::dispatchAgentCommand), values, *platform);
     case entry::Mode::agentTool:
       entry::finish(entry::runAgentTool(values, *platform), values, *platform, true);
   }

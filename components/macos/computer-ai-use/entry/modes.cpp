@@ -9,6 +9,7 @@ Mode selectMode(const std::vector<std::string>& arguments) {
   if (word == "__menu-bar-diagnose") return Mode::statusItemDiagnostic;
   if (word == "__background-window-capture") return Mode::backgroundWindowCapture;
   if (word == "__clicker") return Mode::clicker;
+  if (word == "__mcp") return Mode::mcpServer;
   return Mode::agentTool;
 }
 

@@ -10,6 +10,7 @@ enum class Mode {
   statusItemDiagnostic,     // "__menu-bar-diagnose"
   backgroundWindowCapture,  // "__background-window-capture"
   clicker,                  // "__clicker"
+  mcpServer,                // "__mcp"
   agentTool,                // anything else
 };
 

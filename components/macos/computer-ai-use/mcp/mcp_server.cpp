@@ -1,0 +1,381 @@
+#include "mcp/mcp_server.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+
+#include "cli/tool_error.h"
+#include "common/files.h"
+#include "common/json_text.h"
+#include "common/unicode.h"
+#include "runtime/output.h"
+#include "statusitem/status_item_services.h"
+
+namespace tavlin::mcp {
+
+namespace {
+
+using cli::Json;
+
+// JSON-RPC 2.0 error codes.
+constexpr int parseError = -32700, invalidRequest = -32600, methodNotFound = -32601, invalidParams = -32602;
+
+const std::vector<std::string> supportedVersions = {"2025-06-18", "2025-11-25"};
+
+Json errorReply(const Json& id, int code, const std::string& message) {
+  return {{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}};
+}
+
+Json resultReply(const Json& id, Json result) { return {{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}}; }
+
+struct InvalidParams : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+ToolParameter app() {
+  return {"app", "--app", "string", "The application: its name, its bundle identifier, or pid:<PID>.", true, {}};
+}
+ToolParameter elementIndex(bool required) {
+  return {"element_index", "--element-index", "integer",
+          "The element's index in the latest get_app_state listing of the window.", required, {}};
+}
+ToolParameter titleContains() {
+  return {"title_contains", "--title-contains", "string",
+          "Choose the window whose title contains this text (ignoring case).", false, {}};
+}
+ToolParameter windowID() {
+  return {"window_id", "--window-id", "integer", "Choose the window with this window-server number.", false, {}};
+}
+ToolParameter timeout(const char* fallback) {
+  return {"timeout", "--timeout", "number",
+          std::string("Seconds to wait for the Open panel to appear (default ") + fallback + ").", false, {}};
+}
+ToolParameter number(const char* name, const char* flag, const char* description) {
+  return {name, flag, "number", description, true, {}};
+}
+
+std::string valueText(const Json& value) {
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_boolean()) return value.get<bool>() ? "true" : "false";
+  if (value.is_number_integer()) return value.dump();
+  return cli::formatJSON(value, cli::JsonFlavor::encoder);
+}
+
+bool hasType(const Json& value, const std::string& type) {
+  if (type == "string") return value.is_string();
+  if (type == "boolean") return value.is_boolean();
+  if (type == "integer") {
+    return value.is_number_integer() ||
+           (value.is_number_float() && std::isfinite(value.get<double>()) &&
+            value.get<double>() == std::trunc(value.get<double>()) && std::fabs(value.get<double>()) < 9.0e15);
+  }
+  if (type == "number") return value.is_number();
+  return false;
+}
+
+// The arguments as the command's flag dictionary; throws InvalidParams.
+cli::Flags flagsFor(const ToolSpec& tool, const Json& arguments) {
+  cli::Flags flags;
+  if (arguments.is_null()) return flags;
+  if (!arguments.is_object()) throw InvalidParams("arguments must be an object");
+  for (auto it = arguments.begin(); it != arguments.end(); ++it) {
+    const ToolParameter* parameter = nullptr;
+    for (const auto& p : tool.parameters) {
+      if (p.name == it.key()) parameter = &p;
+    }
+    if (!parameter) throw InvalidParams("unknown argument \"" + it.key() + "\" for tool " + tool.name);
+    if (it.value().is_null()) continue;
+    if (!hasType(it.value(), parameter->type)) {
+      throw InvalidParams("argument \"" + it.key() + "\" of tool " + tool.name + " must be " +
+                          (parameter->type == "integer" ? "an integer" : "a " + parameter->type));
+    }
+    std::string text = it.value().is_number_float() && parameter->type == "integer"
+                           ? std::to_string(static_cast<int64_t>(it.value().get<double>()))
+                           : valueText(it.value());
+    flags[parameter->flag] = text;
+  }
+  return flags;
+}
+
+// The window screenshot a get_app_state output names, if it exists.
+std::optional<std::string> screenshotOf(const std::string& output, const std::optional<Json>& structured) {
+  std::optional<std::string> path;
+  if (structured) {
+    for (const char* key : {"screenshotPath", "screenshot_path"}) {
+      if (structured->contains(key) && (*structured)[key].is_string()) path = (*structured)[key].get<std::string>();
+    }
+  } else if (size_t at = output.find("\nScreenshot: "); at != std::string::npos) {
+    size_t start = at + 13;
+    path = output.substr(start, output.find('\n', start) - start);
+  }
+  return path;
+}
+
+}  // namespace
+
+const std::vector<ToolSpec>& toolSpecs() {
+  static const std::vector<ToolSpec> tools = {
+      {"list_apps", "list-apps", "List running applications",
+       "Lists the running applications, the frontmost first, with pid, name, bundle identifier, whether each is "
+       "active or hidden, and its activation policy (0 regular, 1 accessory, 2 prohibited). Use it to find the "
+       "\"app\" value for the other tools.",
+       {}},
+      {"activate_app", "activate-app", "Bring an application to the front",
+       "Activates an application with all its windows and checks that it became frontmost.", {app()}},
+      {"get_app_state", "get-app-state", "Snapshot an application's window",
+       "Takes a snapshot of one window of an application: a numbered list of its accessibility elements (role, "
+       "title, value, frame, actions), and a screenshot of the window. Element numbers are what click, set_value, "
+       "scroll and perform_secondary_action take; screenshot pixels are what click's x/y and drag take. Does not "
+       "bring the application forward.",
+       {app(),
+        {"format", "--format", "string",
+         "plugin (default): a text listing; json: the raw snapshot; plugin-json: the listing with cache metadata.",
+         false, {"plugin", "json", "plugin-json"}},
+        titleContains(), windowID()}},
+      {"click", "click", "Click an element or a screenshot pixel",
+       "Activates the application and clicks an element (by element_index) at its centre, or a pixel (x, y) of the "
+       "latest get_app_state screenshot. An element without a frame is pressed through accessibility.",
+       {app(), elementIndex(false),
+        {"x", "--x", "number", "Pixel column in the latest screenshot (with y, instead of element_index).", false, {}},
+        {"y", "--y", "number", "Pixel row in the latest screenshot.", false, {}},
+        {"click_count", "--click-count", "integer", "Clicks in a row: 2 for a double click (at most 100).", false, {}},
+        {"mouse_button", "--mouse-button", "string", "The mouse button (default left).", false,
+         {"left", "right", "middle"}}}},
+      {"type_text", "type-text", "Type text",
+       "Activates the application and types the text into its focused element, character by character.",
+       {app(), {"text", "--text", "string", "The text to type.", true, {}}}},
+      {"press_key", "press-key", "Press a key combination",
+       "Activates the application and presses a key combination such as cmd+s, shift+tab, return or f5 (modifiers "
+       "cmd, ctrl, alt/option, shift joined with +).",
+       {app(), {"key", "--key", "string", "The key combination, e.g. cmd+shift+4.", true, {}}}},
+      {"set_value", "set-value", "Set an element's value",
+       "Sets the accessibility value of an element (a text field's text, a slider's value) without activating the "
+       "application.",
+       {app(), elementIndex(true), {"value", "--value", "string", "The new value.", true, {}}, titleContains(),
+        windowID()}},
+      {"background_paste_clipboard", "background-paste-clipboard", "Paste into a background window",
+       "Clicks a screen point of an application's window and pastes the clipboard there with input sent to that "
+       "application only, then returns the previously frontmost application to the front.",
+       {app(), number("screen_x", "--screen-x", "Screen x in points."),
+        number("screen_y", "--screen-y", "Screen y in points."), titleContains(), windowID(),
+        {"click_target", "--click-target", "boolean", "Click the point first (default true).", false, {}},
+        {"restore_frontmost", "--restore-frontmost", "boolean",
+         "Bring the previously frontmost application back (default true).", false, {}}}},
+      {"perform_secondary_action", "perform-secondary-action", "Perform an accessibility action",
+       "Performs one of an element's accessibility actions (for example AXShowMenu, AXIncrement, AXPick), as listed "
+       "by get_app_state.",
+       {app(), elementIndex(true), {"action", "--action", "string", "The action's name.", true, {}}}},
+      {"choose_open_panel_path", "choose-open-panel-path", "Choose a file or folder in an Open panel",
+       "Chooses a file or folder in the standard Open panel that the application shows, and confirms it, without "
+       "bringing the application forward or moving the pointer.",
+       {app(), {"path", "--path", "string", "The absolute path of the file or folder (~ is expanded).", true, {}},
+        timeout("10")}},
+      {"choose_open_panel_bundle", "choose-open-panel-bundle", "Choose an application bundle in an Open panel",
+       "Selects an application bundle (a folder ending in .app) in the application's Open panel as one item, and "
+       "presses Open.",
+       {app(), {"path", "--path", "string", "The absolute path of the .app bundle.", true, {}}, timeout("10")}},
+      {"inspect_open_panel", "inspect-open-panel", "Inspect an Open panel",
+       "Lists the accessibility nodes of the Open panel that the application shows.", {app(), timeout("1")}},
+      {"scroll", "scroll", "Scroll an element",
+       "Activates the application, moves the pointer over an element and scrolls it by pages.",
+       {app(), elementIndex(true),
+        {"direction", "--direction", "string", "Which way to scroll.", true, {"up", "down", "left", "right"}},
+        {"pages", "--pages", "integer", "How many pages (default 1).", false, {}}}},
+      {"drag", "drag", "Drag between screenshot pixels",
+       "Activates the application and drags with the left button between two pixels of the latest get_app_state "
+       "screenshot.",
+       {app(), number("from_x", "--from-x", "Start pixel column."), number("from_y", "--from-y", "Start pixel row."),
+        number("to_x", "--to-x", "End pixel column."), number("to_y", "--to-y", "End pixel row.")}},
+  };
+  return tools;
+}
+
+Json toolDescription(const ToolSpec& tool) {
+  Json properties = Json::object();
+  Json required = Json::array();
+  for (const auto& p : tool.parameters) {
+    Json property = {{"type", p.type}, {"description", p.description}};
+    if (!p.allowed.empty()) property["enum"] = p.allowed;
+    properties[p.name] = property;
+    if (p.required) required.push_back(p.name);
+  }
+  Json schema = {{"type", "object"}, {"properties", properties}, {"additionalProperties", false}};
+  if (!required.empty()) schema["required"] = required;
+  return {{"name", tool.name}, {"title", tool.title}, {"description", tool.description}, {"inputSchema", schema}};
+}
+
+McpServer::McpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch)
+    : values_(values), platform_(platform), dispatch_(std::move(dispatch)) {}
+
+std::optional<Json> McpServer::handleLine(const std::string& line) {
+  if (common::trimmed(line).empty()) return std::nullopt;
+  if (line.size() > maxMessageBytes) return errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)");
+  if (common::checkJsonText(line, 64)) return errorReply(nullptr, parseError, "Parse error: nested too deeply");
+  Json message = Json::parse(line, nullptr, false);
+  if (message.is_discarded()) return errorReply(nullptr, parseError, "Parse error");
+  if (!message.is_object()) return errorReply(nullptr, invalidRequest, "Invalid Request: expected one JSON object");
+  bool hasId = message.contains("id");
+  Json id = hasId ? message["id"] : Json(nullptr);
+  if (hasId && !id.is_string() && !id.is_number_integer()) {
+    return errorReply(nullptr, invalidRequest, "Invalid Request: the id must be a string or an integer");
+  }
+  if (!message.contains("method")) {
+    // A response from the client (the server sends no requests), or nonsense.
+    if (message.contains("result") || message.contains("error")) return std::nullopt;
+    return errorReply(id, invalidRequest, "Invalid Request: no method");
+  }
+  if (message.value("jsonrpc", "") != "2.0" || !message["method"].is_string()) {
+    return hasId ? std::optional<Json>(errorReply(id, invalidRequest, "Invalid Request")) : std::nullopt;
+  }
+  if (!hasId) return std::nullopt;  // notifications (initialized, cancelled, ...) need no reply
+  try {
+    return resultReply(id, handleRequest(message));
+  } catch (const InvalidParams& e) {
+    return errorReply(id, invalidParams, std::string("Invalid params: ") + e.what());
+  } catch (const std::out_of_range& e) {
+    return errorReply(id, methodNotFound, e.what());
+  }
+}
+
+Json McpServer::handleRequest(const Json& message) {
+  const std::string method = message["method"].get<std::string>();
+  Json params = message.contains("params") ? message["params"] : Json::object();
+  if (!params.is_object()) throw InvalidParams("params must be an object");
+  if (method == "initialize") {
+    std::string version = newestProtocolVersion;
+    if (params.contains("protocolVersion") && params["protocolVersion"].is_string()) {
+      std::string asked = params["protocolVersion"].get<std::string>();
+      for (const auto& v : supportedVersions) {
+        if (v == asked) version = asked;
+      }
+    }
+    return {{"protocolVersion", version},
+            {"capabilities", {{"tools", {{"listChanged", false}}}}},
+            {"serverInfo",
+             {{"name", "tavlin"},
+              {"title", "Tavlin desktop automation"},
+              {"version", statusitem::tavlinReleaseVersion(values_.tavlinRootURL)}}},
+            {"instructions",
+             "Observe an application with get_app_state (numbered elements and a screenshot), then act on it by "
+             "element index or screenshot pixel."}};
+  }
+  if (method == "ping") return Json::object();
+  if (method == "tools/list") {
+    Json tools = Json::array();
+    for (const auto& tool : toolSpecs()) tools.push_back(toolDescription(tool));
+    return {{"tools", tools}};
+  }
+  if (method == "tools/call") return callTool(params);
+  throw std::out_of_range("Method not found: " + method);
+}
+
+Json McpServer::callTool(const Json& params) {
+  if (!params.contains("name") || !params["name"].is_string()) throw InvalidParams("a tool call needs a name");
+  std::string name = params["name"].get<std::string>();
+  const ToolSpec* tool = nullptr;
+  for (const auto& t : toolSpecs()) {
+    if (t.name == name) tool = &t;
+  }
+  if (!tool) throw InvalidParams("Unknown tool: " + name);
+  cli::Flags flags = flagsFor(*tool, params.contains("arguments") ? params["arguments"] : Json(nullptr));
+
+  runtime::BufferedOutput output;
+  runtime::CommandContext context{values_, platform_, output};
+  std::optional<std::string> error;
+  try {
+    dispatch_(context, tool->command, flags);
+  } catch (const cli::ToolError& e) {
+    error = e.description;
+  } catch (const std::exception& e) {
+    error = e.what();
+  }
+  // Recorded and let go within the call, as a separate process would.
+  try {
+    platform_.checkpoint();
+  } catch (const std::exception& e) {
+    if (!error) error = e.what();
+  }
+  if (error) return {{"content", {{{"type", "text"}, {"text", *error}}}}, {"isError", true}};
+
+  std::string text = output.out();
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  Json result = {{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", false}};
+  std::optional<Json> structured;
+  Json parsed = common::checkJsonText(text, 256) ? Json() : Json::parse(text, nullptr, false);
+  if (!parsed.is_discarded() && (parsed.is_object() || parsed.is_array())) {
+    structured = parsed.is_object() ? parsed : Json{{tool->name == "list_apps" ? "apps" : "result", parsed}};
+    result["structuredContent"] = *structured;
+  }
+  if (tool->name == "get_app_state") {
+    if (auto path = screenshotOf(text, structured)) {
+      std::string problem;
+      if (auto png = common::readRegularFile(*path, size_t{64} << 20, problem)) {
+        result["content"].push_back({{"type", "image"}, {"data", base64(*png)}, {"mimeType", "image/png"}});
+      }
+    }
+  }
+  return result;
+}
+
+int runMcpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch, int input,
+                 int output) {
+  McpServer server(values, platform, std::move(dispatch));
+  std::string buffer;
+  bool skipping = false;  // inside a line that is already too long
+  char chunk[65536];
+  auto reply = [&](const std::optional<Json>& message) {
+    if (message) runtime::writeAll(output, message->dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+  };
+  for (;;) {
+    ssize_t n = ::read(input, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    buffer.append(chunk, static_cast<size_t>(n));
+    size_t start = 0;
+    for (size_t end; (end = buffer.find('\n', start)) != std::string::npos; start = end + 1) {
+      if (skipping) {
+        skipping = false;
+        continue;
+      }
+      std::string line = buffer.substr(start, end - start);
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      reply(server.handleLine(line));
+    }
+    buffer.erase(0, start);
+    if (buffer.size() > maxMessageBytes) {
+      // Refused at once, and the rest of the line is skipped as it arrives.
+      if (!skipping) reply(errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)"));
+      skipping = true;
+      buffer.clear();
+    }
+  }
+  if (!skipping && !common::trimmed(buffer).empty()) reply(server.handleLine(buffer));
+  return 0;
+}
+
+std::string base64(std::string_view bytes) {
+  static const char table[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  size_t i = 0;
+  for (; i + 2 < bytes.size(); i += 3) {
+    uint32_t v = (static_cast<uint8_t>(bytes[i]) << 16) | (static_cast<uint8_t>(bytes[i + 1]) << 8) |
+                 static_cast<uint8_t>(bytes[i + 2]);
+    out += table[v >> 18];
+    out += table[(v >> 12) & 63];
+    out += table[(v >> 6) & 63];
+    out += table[v & 63];
+  }
+  if (i < bytes.size()) {
+    uint32_t v = static_cast<uint8_t>(bytes[i]) << 16;
+    if (i + 1 < bytes.size()) v |= static_cast<uint8_t>(bytes[i + 1]) << 8;
+    out += table[v >> 18];
+    out += table[(v >> 12) & 63];
+    out += i + 1 < bytes.size() ? table[(v >> 6) & 63] : '=';
+    out += '=';
+  }
+  return out;
+}
+
+}  // namespace tavlin::mcp

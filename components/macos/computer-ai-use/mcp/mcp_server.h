@@ -1,0 +1,79 @@
+#pragma once
+// The MCP server mode ("__mcp", bin/tavlin-mcp): every agent command as a tool of the
+// Model Context Protocol, over standard input and output (JSON-RPC 2.0, one message
+// per line; protocol versions 2025-06-18 and 2025-11-25).
+//
+// A tool call runs the same handler as the command line, with its arguments mapped
+// onto the flag dictionary, so behaviour and messages are the same. The call's output
+// goes into its result, never to standard output, which carries protocol messages only.
+// Each call starts from fresh state and ends by recording what it changed and letting
+// go of it (a simulated desktop is written back and unlocked), as a separate command
+// process would. Argument types are checked against the tool's schema (a wrong type or
+// an unknown argument is a JSON-RPC "invalid params" error); a missing required
+// argument reaches the command, which reports it as it always does. A failed command
+// is a tool result with "isError" true and the command's message.
+//
+// Limits: a message line is at most 4 MiB (a longer one is refused and skipped); JSON
+// nesting at most 64 levels. End of input ends the server with status 0.
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/arguments.h"
+#include "cli/json_output.h"
+#include "platform/platform.h"
+#include "runtime/command_context.h"
+
+namespace tavlin::mcp {
+
+inline constexpr size_t maxMessageBytes = size_t{4} << 20;
+inline constexpr const char* newestProtocolVersion = "2025-11-25";
+
+// Runs one agent command (the entry's dispatch table).
+using Dispatcher = std::function<void(runtime::CommandContext&, const std::string& command, const cli::Flags&)>;
+
+struct ToolParameter {
+  std::string name;  // the property name in the tool's arguments
+  std::string flag;  // the command-line flag it becomes
+  std::string type;  // JSON Schema type: "string", "integer", "number", "boolean"
+  std::string description;
+  bool required = false;
+  std::vector<std::string> allowed;  // a fixed set of values, when the command has one
+};
+
+struct ToolSpec {
+  std::string name;     // snake_case
+  std::string command;  // the command word
+  std::string title;
+  std::string description;
+  std::vector<ToolParameter> parameters;
+};
+
+const std::vector<ToolSpec>& toolSpecs();
+// The tool's entry in "tools/list": name, title, description and input schema.
+cli::Json toolDescription(const ToolSpec& tool);
+
+class McpServer {
+ public:
+  McpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch);
+  // The reply to one message line; absent for a notification (or a response).
+  std::optional<cli::Json> handleLine(const std::string& line);
+
+ private:
+  cli::Json handleRequest(const cli::Json& message);
+  cli::Json callTool(const cli::Json& params);
+
+  const runtime::ProcessValues& values_;
+  platform::Platform& platform_;
+  Dispatcher dispatch_;
+};
+
+// Reads messages from `input` until its end, writes replies to `output`. Returns 0.
+int runMcpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch,
+                 int input = 0, int output = 1);
+
+// Standard base64 of bytes (image content).
+std::string base64(std::string_view bytes);
+
+}  // namespace tavlin::mcp
