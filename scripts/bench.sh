@@ -13,3 +13,6 @@ echo "get-app-state end to end (the real binary):"
 "$build"/components/macos/computer-ai-use/benchmarks/tavlin_snapshot_benchmark "$build/Tavlin"
 echo
 "$build"/components/macos/computer-ai-use/benchmarks/tavlin_open_panel_benchmark
+echo
+mcp_tests="$root/components/macos/computer-ai-use/tests/mcp"
+(cd "$mcp_tests" && npm ci --no-audit --no-fund --loglevel=error >/dev/null && TAVLIN_BINARY="$build/Tavlin" node latency.mjs)
