@@ -159,16 +159,23 @@ AppStateSnapshot loadCachedState(const runtime::ProcessValues& values, const pla
   if (!text) {
     throw cli::ToolError("Cannot read the cached state " + path + " (" + problem + "). Call get-app-state first.");
   }
+  return parseCachedState(*text, path);
+}
+
+AppStateSnapshot parseCachedState(const std::string& text, const std::string& path) {
   cli::Json document;
   try {
-    if (common::checkJsonText(*text, maxCachedStateJsonDepth)) throw std::invalid_argument("limits");
-    document = cli::Json::parse(*text);
+    if (common::checkJsonText(text, maxCachedStateJsonDepth)) throw std::invalid_argument("limits");
+    document = cli::Json::parse(text);
   } catch (const std::exception&) {
     throw cli::ToolError("The cached state " + path + " is not valid JSON. Call get-app-state again.");
   }
   try {
     return decodeAppStateSnapshot(document);
   } catch (const DecodingError& e) {
+    throw cli::ToolError("The cached state " + path + " is not a snapshot (" + e.what() +
+                         "). Call get-app-state again.");
+  } catch (const nlohmann::json::exception& e) {
     throw cli::ToolError("The cached state " + path + " is not a snapshot (" + e.what() +
                          "). Call get-app-state again.");
   }

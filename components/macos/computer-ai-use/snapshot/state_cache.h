@@ -53,6 +53,9 @@ void writeCachedState(const AppStateSnapshot& snapshot);
 // wrong when it is missing, unreadable, not JSON or not a snapshot.
 AppStateSnapshot loadCachedState(const runtime::ProcessValues& values, const platform::RunningApplication& app);
 
+// The same, from the file's text (`path` names it in messages).
+AppStateSnapshot parseCachedState(const std::string& text, const std::string& path);
+
 // Screenshot pixels to screen points through the cached window frame and image size.
 // Throws ToolError "No cached screenshot/window mapping for <app>. Call get-app-state first."
 platform::Point screenPoint(const AppStateSnapshot& cached, const std::string& appName, double x, double y);

@@ -30,9 +30,13 @@ void acquireTavlinStatusItemLock(const std::string& homeDirectory) {
 }
 
 std::string tavlinReleaseVersion(const std::string& installRoot) {
-  auto text = common::readFile(common::appendPathComponent(installRoot, "RELEASE_BUILD.txt"));
-  if (!text) return "0.0.0-dev";
-  std::istringstream lines(*text);
+  std::string problem;
+  auto text = common::readRegularFile(common::appendPathComponent(installRoot, "RELEASE_BUILD.txt"), 1 << 20, problem);
+  return text ? releaseVersionFromText(*text) : "0.0.0-dev";
+}
+
+std::string releaseVersionFromText(const std::string& text) {
+  std::istringstream lines(text);
   std::string line;
   while (std::getline(lines, line)) {
     if (line.empty()) continue;
@@ -65,21 +69,26 @@ cli::Json tavlinUpdaterResult(platform::Platform& platform, const std::string& i
   if (!result.launched) throw cli::ToolError("could not start tavlin-updater: " + result.launchError);
   if (result.timedOut) throw cli::ToolError("tavlin-updater timed out");
 
+  std::optional<cli::Json> object = updaterResultFromOutput(result.standardOutput);
+  if (!object) throw cli::ToolError("tavlin-updater returned no structured result");
+  if (result.exitStatus == 0 || object->contains("error")) return *object;
+  throw cli::ToolError("updater exited with status " + std::to_string(result.exitStatus) + ": " +
+                       common::trimmed(result.standardError));
+}
+
+std::optional<cli::Json> updaterResultFromOutput(const std::string& output) {
   // The result is the last line that is a JSON object; progress lines come before it.
   std::vector<std::string> lines;
-  std::istringstream out(result.standardOutput);
+  std::istringstream out(output);
   for (std::string line; std::getline(out, line);) {
     if (!common::trimmed(line).empty()) lines.push_back(line);
   }
   for (auto it = lines.rbegin(); it != lines.rend(); ++it) {
     if (common::checkJsonText(*it, 64)) continue;  // far deeper than any result
     cli::Json object = cli::Json::parse(*it, nullptr, false);
-    if (object.is_discarded() || !object.is_object()) continue;
-    if (result.exitStatus == 0 || object.contains("error")) return object;
-    throw cli::ToolError("updater exited with status " + std::to_string(result.exitStatus) + ": " +
-                         common::trimmed(result.standardError));
+    if (!object.is_discarded() && object.is_object()) return object;
   }
-  throw cli::ToolError("tavlin-updater returned no structured result");
+  return std::nullopt;
 }
 
 }  // namespace tavlin::statusitem

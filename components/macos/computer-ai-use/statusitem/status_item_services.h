@@ -2,6 +2,7 @@
 // The status item's three services: a single-instance lock, the installed release
 // version, and the updater runner (bin/tavlin-updater with a time limit and a JSON
 // result).
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,11 @@ void acquireTavlinStatusItemLock(const std::string& homeDirectory);
 // The "version:" line of <root>/RELEASE_BUILD.txt (the key in any letter case), else
 // "0.0.0-dev".
 std::string tavlinReleaseVersion(const std::string& installRoot);
+
+// The version a RELEASE_BUILD.txt text names, as tavlinReleaseVersion reads it.
+std::string releaseVersionFromText(const std::string& text);
+// The last line of an updater's output that is a JSON object.
+std::optional<cli::Json> updaterResultFromOutput(const std::string& output);
 
 // Runs "/bin/sh <root>/bin/tavlin-updater COMMAND --json [--platform macos
 // --install-root ROOT --current-version V] ARGS..." with TAVLIN_INSTALL_ROOT set, for

@@ -126,6 +126,9 @@ class SimDesktop {
   // (real time) for another holder. Throws DesktopError.
   static SimDesktop load(const std::string& path, const std::string& eventLogPath,
                          double lockWaitSeconds = defaultLockWaitSeconds);
+  // A desktop from the text of a desktop file, with load()'s checks and messages (for
+  // tests and fuzzing); `path` names it in messages and is where commit() writes it.
+  static SimDesktop fromText(const std::string& text, const std::string& path, const std::string& eventLogPath);
   // For tests: a desktop from a document; `path` is where commit() writes it.
   static SimDesktop fromJson(nlohmann::ordered_json document, const std::string& path,
                              const std::string& eventLogPath);
@@ -212,6 +215,7 @@ class SimDesktop {
  private:
   SimDesktop() = default;
   void parse();
+  void readText(const std::string& text);
 
   struct PanelSlot {
     SimOpenPanelConfig config;

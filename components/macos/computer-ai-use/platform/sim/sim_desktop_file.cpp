@@ -398,25 +398,37 @@ SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLog
   std::string problem;
   auto text = common::readRegularFile(path, maxDesktopFileBytes, problem);
   if (!text) throw DesktopError("Simulated desktop " + path + ": cannot read the file (" + problem + ")");
+  desktop.readText(*text);
+  return desktop;
+}
+
+void SimDesktop::readText(const std::string& text) {
   auto placed = [&](const common::JsonTextProblem& at) {
-    return DesktopError("Simulated desktop " + path + ": " + at.message + " (line " + std::to_string(at.line) +
+    return DesktopError("Simulated desktop " + path_ + ": " + at.message + " (line " + std::to_string(at.line) +
                         ", column " + std::to_string(at.column) + ")");
   };
-  if (auto problemAt = common::checkJsonText(*text, maxDesktopJsonDepth)) throw placed(*problemAt);
+  if (auto problemAt = common::checkJsonText(text, maxDesktopJsonDepth)) throw placed(*problemAt);
   try {
-    desktop.document_ = ordered_json::parse(*text);
+    document_ = ordered_json::parse(text);
   } catch (const nlohmann::json::parse_error& e) {
     // The library's wording changes between versions; the place does not.
-    throw placed(common::placeOf(*text, e.byte > 0 ? e.byte - 1 : 0, "not valid JSON"));
+    throw placed(common::placeOf(text, e.byte > 0 ? e.byte - 1 : 0, "not valid JSON"));
   } catch (const nlohmann::json::exception& e) {
-    throw DesktopError("Simulated desktop " + path + ": not valid JSON (" + e.what() + ")");
+    throw DesktopError("Simulated desktop " + path_ + ": not valid JSON (" + e.what() + ")");
   }
   try {
-    desktop.parse();
+    parse();
   } catch (const nlohmann::json::exception& e) {
     // The validating reader checks types before it reads; this is a last line.
-    throw DesktopError("Simulated desktop " + path + ": " + e.what());
+    throw DesktopError("Simulated desktop " + path_ + ": " + e.what());
   }
+}
+
+SimDesktop SimDesktop::fromText(const std::string& text, const std::string& path, const std::string& eventLogPath) {
+  SimDesktop desktop;
+  desktop.path_ = path;
+  desktop.eventLogPath_ = eventLogPath;
+  desktop.readText(text);
   return desktop;
 }
 
