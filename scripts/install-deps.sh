@@ -28,11 +28,17 @@ case "$(uname -s)" in
     # npm) is kept.
     command -v node >/dev/null || missing+=(nodejs)
     command -v npm >/dev/null || missing+=(npm)
+    sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
     if ((${#missing[@]})); then
-      sudo=""
-      [ "$(id -u)" -ne 0 ] && sudo="sudo"
       $sudo apt-get update -qq
       DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    fi
+    # libFuzzer and clang's sanitizer runtimes (scripts/fuzz.sh), for the installed clang.
+    runtime="libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
+    if ! dpkg-query -W -f='${Status}' "$runtime" 2>/dev/null | grep -q "install ok installed"; then
+      $sudo apt-get update -qq
+      DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "$runtime"
     fi
     ;;
   Darwin)

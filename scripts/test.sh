@@ -21,6 +21,8 @@ else
   exit 1
 fi
 ctest --test-dir "$build" --output-on-failure --no-tests=error -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
+# A short run of every fuzz target: one that no longer builds or crashes at once fails here.
+bash "$root/scripts/fuzz.sh" --runs 2000
 # The MCP server, driven by the official MCP SDK client over stdio (pinned by the lock file).
 mcp_tests="$root/components/macos/computer-ai-use/tests/mcp"
 (cd "$mcp_tests" && npm ci --no-audit --no-fund --loglevel=error >/dev/null && TAVLIN_BINARY="$build/Tavlin" node --test)

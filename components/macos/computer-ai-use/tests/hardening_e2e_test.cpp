@@ -292,3 +292,27 @@ TEST(Hardening, AppendsAreWholeLinesOrNothing) {
   EXPECT_TRUE(tavlin::common::appendWhole(log, "second line\n"));
   EXPECT_EQ(readText(log), "first\nsecond line\n");
 }
+
+TEST(Hardening, AnApplicationThatQuitsMidWalk) {
+  // After a few answers every element is gone: the walk lists what it reached, in
+  // bounded time, and a later command finds the application's elements gone too.
+  Desktop d(tavlin::testing::replaceAll(readText(exampleDesktop), "\"name\": \"Scribe\",",
+                                        "\"name\": \"Scribe\", \"quitsAfterCalls\": 25,"));
+  ToolRun run = d.run({"get-app-state", "--app", "Scribe", "--format", "json"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("\"role\" : \"\""), std::string::npos) << run.out;  // elements read after the quit
+  run = d.run({"perform-secondary-action", "--app", "Scribe", "--element-index", "16", "--action", "AXPress"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "Element index 16 not found\n");
+}
+
+TEST(Hardening, AnUnwritableCacheFolderIsAClearError) {
+  Desktop d;
+  // A file where the cache folder's parent should be.
+  std::filesystem::create_directories(d.dir.file("Library/Caches"));
+  writeText(d.dir.file("Library/Caches/Tavlin"), "not a folder");
+  ToolRun run = d.run({"get-app-state", "--app", "Scribe"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "Could not create the cache folder " + d.cache() + ": Not a directory\n");
+  EXPECT_EQ(run.out, "");
+}

@@ -80,6 +80,7 @@ struct SimApp {
   SimActivation activation;
   bool unhideFails = false;
   bool responds = true;            // false: every accessibility call times out
+  std::optional<uint64_t> quitsAfterCalls;  // the application quits after this many calls
   bool takesFocusOnClick = false;  // a click posted to it makes it frontmost
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;

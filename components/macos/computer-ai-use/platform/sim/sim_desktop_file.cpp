@@ -554,7 +554,8 @@ void SimDesktop::parse() {
       std::string where = "apps[" + std::to_string(i) + "]";
       const ordered_json& a = p.object((*it)[i], where);
       p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
-                             "activation", "unhideFails", "responds", "takesFocusOnClick", "ui", "openPanel"});
+                             "activation", "unhideFails", "responds", "takesFocusOnClick", "quitsAfterCalls", "ui",
+                             "openPanel"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -594,6 +595,9 @@ void SimDesktop::parse() {
       }
       if (auto v = a.find("unhideFails"); v != a.end()) app.unhideFails = p.boolean(*v, where + ".unhideFails");
       if (auto v = a.find("responds"); v != a.end()) app.responds = p.boolean(*v, where + ".responds");
+      if (auto v = a.find("quitsAfterCalls"); v != a.end()) {
+        app.quitsAfterCalls = static_cast<uint64_t>(p.integer(*v, where + ".quitsAfterCalls", 0, 1000000000));
+      }
       if (auto v = a.find("takesFocusOnClick"); v != a.end()) {
         app.takesFocusOnClick = p.boolean(*v, where + ".takesFocusOnClick");
       }

@@ -131,7 +131,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXCopyResult copyAttributeValue(const Element& element, const std::string& attribute) override {
     SimDesktop& d = p_.desktop();
-    if (!answers(d, element)) return {AXError::cannotComplete, std::nullopt};
+    if (AXError error = answers(d, element); error != AXError::success) return {error, std::nullopt};
     return read(d, element, attribute);
   }
 
@@ -139,7 +139,7 @@ class SimAccessibilityPort final : public Accessibility {
                                       std::vector<AXCopyResult>& results) override {
     SimDesktop& d = p_.desktop();
     results.clear();
-    if (!answers(d, element)) return AXError::cannotComplete;
+    if (AXError error = answers(d, element); error != AXError::success) return error;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     for (const auto& name : attributes) results.push_back(read(d, element, name));
@@ -148,7 +148,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXCopyResult copyActionNames(const Element& element) override {
     SimDesktop& d = p_.desktop();
-    if (!answers(d, element)) return {AXError::cannotComplete, std::nullopt};
+    if (AXError error = answers(d, element); error != AXError::success) return {error, std::nullopt};
     const SimElement* e = resolve(d, element);
     if (!e) return {AXError::invalidUIElement, std::nullopt};
     AXArray names;
@@ -159,7 +159,7 @@ class SimAccessibilityPort final : public Accessibility {
   AXError isAttributeSettable(const Element& element, const std::string& attribute, bool& settable) override {
     SimDesktop& d = p_.desktop();
     settable = false;
-    if (!answers(d, element)) return AXError::cannotComplete;
+    if (AXError error = answers(d, element); error != AXError::success) return error;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     for (const auto& s : e->settable) settable |= s == attribute;
@@ -168,7 +168,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXError performAction(const Element& element, const std::string& action) override {
     SimDesktop& d = p_.desktop();
-    if (!answers(d, element)) return AXError::cannotComplete;
+    if (AXError error = answers(d, element); error != AXError::success) return error;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     bool supported = false;
@@ -184,7 +184,7 @@ class SimAccessibilityPort final : public Accessibility {
 
   AXError setAttributeValue(const Element& element, const std::string& attribute, const std::string& text) override {
     SimDesktop& d = p_.desktop();
-    if (!answers(d, element)) return AXError::cannotComplete;
+    if (AXError error = answers(d, element); error != AXError::success) return error;
     const SimElement* e = resolve(d, element);
     if (!e) return AXError::invalidUIElement;
     bool settable = false;
@@ -213,14 +213,20 @@ class SimAccessibilityPort final : public Accessibility {
 
   // Counts the round trip; an application that does not answer costs the messaging
   // time-out of virtual time and fails the call.
-  static bool answers(SimDesktop& d, const Element& element) {
+  // success, or the error every call to a gone or silent application gets.
+  static AXError answers(SimDesktop& d, const Element& element) {
     d.countRoundTrip();
     const SimElement* e = resolve(d, element);
-    if (!e) return true;
-    const SimApp* app = d.app(e->pid);
-    if (!app || app->responds) return true;
+    if (!e) return AXError::success;
+    SimApp* app = d.app(e->pid);
+    if (!app) return AXError::success;
+    if (app->quitsAfterCalls) {
+      if (*app->quitsAfterCalls == 0) return AXError::invalidUIElement;  // it has quit: its elements are gone
+      --*app->quitsAfterCalls;
+    }
+    if (app->responds) return AXError::success;
     d.advance(d.messagingTimeout());
-    return false;
+    return AXError::cannotComplete;
   }
 
   static Element handle(const SimDesktop& d, size_t index) {
