@@ -12,6 +12,7 @@ cmake --build "$build" -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 bash "$root/tools/check-layout.sh"
+bash "$root/tools/check-fault-matrix.sh"
 if [ "$(uname -s)" = Darwin ]; then
   echo "macOS type check: not needed on macOS (the adapter is compiled for real)"
 elif command -v clang++ >/dev/null; then
