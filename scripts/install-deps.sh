@@ -43,7 +43,12 @@ case "$(uname -s)" in
     ;;
   Darwin)
     command -v brew >/dev/null || { echo "install-deps: Homebrew is required on macOS" >&2; exit 1; }
-    brew install "${brew_packages[@]}"
+    # Only what is missing: a hosted image may pin some of these from its own taps.
+    wanted=()
+    for p in "${brew_packages[@]}"; do
+      brew list --versions "$p" >/dev/null 2>&1 || wanted+=("$p")
+    done
+    if ((${#wanted[@]})); then brew install "${wanted[@]}"; fi
     ;;
   *)
     echo "install-deps: unsupported system $(uname -s)" >&2
