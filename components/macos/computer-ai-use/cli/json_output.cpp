@@ -234,6 +234,9 @@ std::optional<std::chrono::system_clock::time_point> parseISO8601(std::string_vi
                       day(static_cast<unsigned>(number(8, 2)))};
   int hh = number(11, 2), mm = number(14, 2), ss = number(17, 2);
   if (!date.ok() || hh > 23 || mm > 59 || ss > 60) return std::nullopt;
+  // The clock counts nanoseconds in 64 bits: 1678 to 2262. A date outside is no date
+  // this tool can hold (and converting it would overflow).
+  if (date.year() < year(1678) || date.year() > year(2261)) return std::nullopt;
   return sys_days(date) + hours(hh) + minutes(mm) + seconds(ss);
 }
 
