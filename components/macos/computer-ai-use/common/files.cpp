@@ -293,8 +293,9 @@ std::string standardizedPath(const std::string& path, const std::string& current
   }
   for (const char* prefix : {"/private/var/automount", "/var/automount", "/private"}) {
     std::string_view p(prefix);
-    if (result.starts_with(p) && (result.size() == p.size() || result[p.size()] == '/')) {
-      std::string shorter = result.size() == p.size() ? "/" : result.substr(p.size());
+    // Only a prefix with something after it: "/private" alone stays as it is.
+    if (result.size() > p.size() && result.starts_with(p) && result[p.size()] == '/') {
+      std::string shorter = result.substr(p.size());
       if (exists(shorter)) return shorter;
       break;
     }

@@ -181,6 +181,9 @@ TEST(OpenPanelAnchoring, PrefixesAnchorsAndComponents) {
   EXPECT_EQ(openpanel::nativeOpenPanelPathPrefixes("/Users/a/b.txt", false), (V{"/Users", "/Users/a"}));
   EXPECT_EQ(openpanel::nativeOpenPanelPathPrefixes("/Users/a/b.txt", true), (V{"/Users", "/Users/a", "/Users/a/b.txt"}));
   EXPECT_EQ(openpanel::nativeOpenPanelPathPrefixes("/", true), V{});
+  // Every prefix is a prefix of the target, even through the stripped system folders.
+  EXPECT_EQ(openpanel::nativeOpenPanelPathPrefixes("/var/automount/t/x.txt", false),
+            (V{"/var", "/var/automount", "/var/automount/t"}));
   EXPECT_EQ(openpanel::nativeOpenPanelRelativeComponents("/a/b", "/a/b/c/d"), (V{"c", "d"}));
   EXPECT_EQ(openpanel::nativeOpenPanelRelativeComponents("/a/b", "/a/b"), V{});
   EXPECT_EQ(openpanel::nativeOpenPanelRelativeComponents("/a/b", "/a/bc"), std::nullopt);
