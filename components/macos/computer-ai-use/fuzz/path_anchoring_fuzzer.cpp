@@ -1,4 +1,5 @@
 // Open panel path arithmetic: prefixes, anchors, relative components and entry URLs.
+#include <algorithm>
 #include <cstdlib>
 
 #include "fuzz/fuzz_support.h"
@@ -25,9 +26,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const auto& prefix : prefixes) {
     if (prefix.empty() || prefix.front() != '/') std::abort();
   }
-  if (auto anchor = openpanel::nativeOpenPanelAnchorPath(c, target, parts[1].size() % 2 == 0, parts[1])) {
-    // An anchor is always one of the target's prefixes, so the components exist.
-    if (!openpanel::nativeOpenPanelRelativeComponents(*anchor, target)) std::abort();
+  bool directory = parts[1].size() % 2 == 0;
+  if (auto anchor = openpanel::nativeOpenPanelAnchorPath(c, target, directory, parts[1])) {
+    // An anchor is always one of the target's prefixes.
+    auto candidates = openpanel::nativeOpenPanelPathPrefixes(target, directory);
+    if (std::find(candidates.begin(), candidates.end(), *anchor) == candidates.end()) std::abort();
+    (void)openpanel::nativeOpenPanelRelativeComponents(*anchor, target);
   }
   (void)openpanel::nativeOpenPanelRelativeComponents(parts[1], parts[2]);
   (void)openpanel::urlPathOf(platform::AXAttributeValue{parts[2]});

@@ -257,7 +257,14 @@ std::string chooseNativeOpenPanelPathByAX(PanelContext& c, const Element& panel,
     throw cli::ToolError("Native Open panel AX hierarchy could not anchor current folder: " +
                          (location ? *location : std::string("<unknown>")));
   }
-  std::vector<std::string> components = nativeOpenPanelRelativeComponents(*anchor, path).value_or(std::vector<std::string>{});
+  // The anchor and the target are standardised apart, and through the file system, so
+  // the anchor may fail to lead to the target (a prefix that exists while the target
+  // does not): no route then, rather than a false success.
+  std::optional<std::vector<std::string>> relative = nativeOpenPanelRelativeComponents(*anchor, path);
+  if (!relative) {
+    throw cli::ToolError("Native Open panel AX hierarchy could not anchor current folder: " + *location);
+  }
+  std::vector<std::string> components = std::move(*relative);
   if (components.empty()) return "ax-hierarchy";  // the panel shows the target folder
   std::vector<std::string> folders(components.begin(), components.end() - 1);
   std::string parent = descend(c, panel, pid, *anchor, folders, false, timeout, "");
@@ -283,7 +290,11 @@ std::string chooseNativeOpenPanelBundleByAX(PanelContext& c, const Element& pane
     throw cli::ToolError("Native Open panel AX hierarchy could not anchor bundle parent: " +
                          (location ? *location : std::string("<unknown>")));
   }
-  std::vector<std::string> folders = nativeOpenPanelRelativeComponents(*anchor, parentPath).value_or(std::vector<std::string>{});
+  std::optional<std::vector<std::string>> relative = nativeOpenPanelRelativeComponents(*anchor, parentPath);
+  if (!relative) {
+    throw cli::ToolError("Native Open panel AX hierarchy could not anchor bundle parent: " + *location);
+  }
+  std::vector<std::string> folders = std::move(*relative);
   double step = std::min(timeout, stepCap);
   descend(c, panel, pid, *anchor, folders, true, timeout,
           "Native Open panel entry cannot open bundle parent without AXOpen: ");

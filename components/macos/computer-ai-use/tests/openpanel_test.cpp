@@ -275,3 +275,16 @@ TEST(OpenPanelDetection, NodesOncePerPathAndNeverRoundACycle) {
   for (int pass = 0; pass < 5; ++pass) t.view.nodes(*t.byId("a"));
   EXPECT_EQ(t.platform.desktop().roundTripsThisProcess() - before, 6u);  // app, a, b, c, shared, loop
 }
+
+TEST(OpenPanelAnchoring, AnAnchorThatDoesNotLeadToTheTargetIsNoRoute) {
+  // "/private/var" stands for "/var" (which exists) while the target, which does not
+  // exist, keeps its "/private": the anchor on "Do" is "/var/x/Do", not a folder above
+  // the target. Found by fuzzing; the route used to report success without a step.
+  Tree t(R"({"id": "panel", "role": "AXSheet", "children": [
+      {"role": "AXPopUpButton", "identifier": "where popup", "value": "Do"}]})");
+  platform::Element panel = *t.byId("panel");
+  EXPECT_EQ(toolErrorOf([&] {
+              openpanel::chooseNativeOpenPanelPathByAX(t.c, panel, 5, "/private/var/no-such-x/Do/f.txt", false, 1.0);
+            }),
+            "Native Open panel AX hierarchy could not anchor current folder: Do");
+}
