@@ -32,12 +32,18 @@ const std::vector<std::string>& elementAttributes() {
 }
 
 // Reads many attributes in one round trip; every slot that failed reads as absent.
+// `errors`, when given, receives each slot's AXError (all failure when the call failed).
 std::vector<std::optional<AXAttributeValue>> readMany(Accessibility& ax, const Element& element,
-                                                      const std::vector<std::string>& names) {
+                                                      const std::vector<std::string>& names,
+                                                      std::vector<AXError>* errors = nullptr) {
   std::vector<AXCopyResult> results;
   std::vector<std::optional<AXAttributeValue>> values(names.size());
+  if (errors) errors->assign(names.size(), AXError::failure);
   if (ax.copyMultipleAttributeValues(element, names, results) != AXError::success) return values;
-  for (size_t i = 0; i < names.size() && i < results.size(); ++i) values[i] = valueOf(std::move(results[i]));
+  for (size_t i = 0; i < names.size() && i < results.size(); ++i) {
+    if (errors) (*errors)[i] = results[i].error;
+    values[i] = valueOf(std::move(results[i]));
+  }
   return values;
 }
 
@@ -205,7 +211,8 @@ std::vector<TraversedElement> collectElements(Accessibility& ax, const Element& 
     uint64_t hash = ax.hash(next.element);
     if (!visited.insert(hash).second) continue;
 
-    std::vector<std::optional<AXAttributeValue>> v = readMany(ax, next.element, names);
+    std::vector<AXError> errors;
+    std::vector<std::optional<AXAttributeValue>> v = readMany(ax, next.element, names, &errors);
     ElementSnapshot s;
     s.role = stringOf(v[Slot::role]).value_or("");
     s.title = stringOf(v[Slot::title]);
@@ -223,7 +230,11 @@ std::vector<TraversedElement> collectElements(Accessibility& ax, const Element& 
     s.actions = actionsOf(ax, next.element);
     s.enabled = boolOf(v[Slot::enabled]);
     bool settable = false;
-    s.settable = ax.isAttributeSettable(next.element, "AXValue", settable) == AXError::success && settable;
+    // An element that does not support AXValue cannot have it settable: the question is
+    // asked only where the batched read left the answer open.
+    if (errors[Slot::value] != AXError::attributeUnsupported) {
+      s.settable = ax.isAttributeSettable(next.element, "AXValue", settable) == AXError::success && settable;
+    }
     s.focused = focusedHash && *focusedHash == hash;
     s.depth = next.depth;
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -57,6 +58,9 @@ struct SimElement {
   uint64_t hash = 0;       // CFHash; explicit in the file or derived from the position
   std::string jsonPointer; // where the node sits in the file, for write-back
   std::map<std::string, StoredValue> attributes;
+  // Attributes the element supports but that have no value (null in the file): they read
+  // as kAXErrorNoValue; any other missing attribute is unsupported.
+  std::set<std::string> emptyAttributes;
   std::map<std::string, platform::AXError> readErrors;    // injected failures per attribute
   std::map<std::string, platform::AXError> actionErrors;  // actions that fail with this code
   std::vector<std::string> actions;

@@ -297,6 +297,8 @@ class DesktopBuilder {
       } else if (key == "size") {
         auto v = p_.numbers(*it, at, 2, "[width, height]");
         e.attributes[attribute].storage = platform::Size{v[0], v[1]};
+      } else if (it->is_null()) {
+        e.emptyAttributes.insert(attribute);  // supported, without a value
       } else {
         e.attributes[attribute] = value(*it, at);
       }
@@ -305,10 +307,14 @@ class DesktopBuilder {
       p_.object(*it, n.where + ".attributes");
       for (auto a = it->begin(); a != it->end(); ++a) {
         std::string at = n.where + ".attributes." + a.key();
-        if (e.attributes.count(a.key())) {
+        if (e.attributes.count(a.key()) || e.emptyAttributes.count(a.key())) {
           p_.fail(at, "given twice (also by its shortcut key)");
         }
-        e.attributes[a.key()] = value(a.value(), at);
+        if (a.value().is_null()) {
+          e.emptyAttributes.insert(a.key());
+        } else {
+          e.attributes[a.key()] = value(a.value(), at);
+        }
       }
     }
     if (!n.children.empty() || j.contains("children")) {

@@ -273,7 +273,11 @@ class SimAccessibilityPort final : public Accessibility {
     if (!e) return {AXError::invalidUIElement, std::nullopt};
     if (auto err = e->readErrors.find(attribute); err != e->readErrors.end()) return {err->second, std::nullopt};
     auto it = e->attributes.find(attribute);
-    if (it == e->attributes.end()) return {AXError::noValue, std::nullopt};
+    if (it == e->attributes.end()) {
+      // As the platform answers: an attribute the element has, without a value, differs
+      // from one it does not have at all.
+      return {e->emptyAttributes.count(attribute) ? AXError::noValue : AXError::attributeUnsupported, std::nullopt};
+    }
     return {AXError::success, convert(d, it->second)};
   }
 
