@@ -1,13 +1,15 @@
 #pragma once
 // A simulated desktop whose one window holds a long table (rows of nine cells), like a
 // long list in a real application; the window's tree has exactly `elements` elements.
+// Every `valueEvery`-th element has a value (the rest support none), as in real windows
+// where only some elements carry text.
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 namespace tavlin::bench {
 
-inline nlohmann::ordered_json bigListDesktop(int elements) {
+inline nlohmann::ordered_json bigListDesktop(int elements, int valueEvery = 1) {
   using nlohmann::ordered_json;
   const int cellsPerRow = 9;
   ordered_json rows = ordered_json::array();
@@ -16,11 +18,12 @@ inline nlohmann::ordered_json bigListDesktop(int elements) {
     ordered_json cells = ordered_json::array();
     ++made;
     for (int c = 0; c < cellsPerRow && made < elements; ++c, ++made) {
-      cells.push_back({{"role", "AXStaticText"},
-                       {"value", "Row " + std::to_string(r) + " cell " + std::to_string(c)},
-                       {"position", {10 + c * 80, 40 + (r % 40) * 20}},
-                       {"size", {80, 20}},
-                       {"enabled", true}});
+      ordered_json cell = {{"role", "AXStaticText"},
+                           {"position", {10 + c * 80, 40 + (r % 40) * 20}},
+                           {"size", {80, 20}},
+                           {"enabled", true}};
+      if (made % valueEvery == 0) cell["value"] = "Row " + std::to_string(r) + " cell " + std::to_string(c);
+      cells.push_back(cell);
     }
     rows.push_back({{"role", "AXRow"}, {"actions", {"AXShowMenu"}}, {"children", cells}});
   }

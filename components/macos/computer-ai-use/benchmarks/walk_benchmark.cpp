@@ -16,7 +16,9 @@ const std::vector<std::string> traversal = {"AXChildren", "AXWindows", "AXMainWi
 
 void BM_WalkWindow(benchmark::State& state) {
   const int elements = static_cast<int>(state.range(0));
-  sim::SimPlatform platform(sim::SimDesktop::fromJson(bench::bigListDesktop(elements), "/unused", ""));
+  // The second argument: every n-th element has a value (1: nine in ten, the cells).
+  sim::SimPlatform platform(
+      sim::SimDesktop::fromJson(bench::bigListDesktop(elements, static_cast<int>(state.range(1))), "/unused", ""));
   platform::Accessibility& ax = platform.accessibility();
   platform::Element window = snapshot::axElements(ax, ax.applicationElement(10), "AXWindows").at(0);
   size_t walked = 0;
@@ -31,7 +33,12 @@ void BM_WalkWindow(benchmark::State& state) {
   state.counters["roundTripsPerElement"] =
       trips / static_cast<double>(walked) / static_cast<double>(state.iterations());
 }
-BENCHMARK(BM_WalkWindow)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WalkWindow)
+    ->Args({1000, 1})
+    ->Args({10000, 1})
+    ->Args({1000, 5})  // a fifth of the elements with a value
+    ->Args({10000, 5})
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -100,17 +100,19 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
   }
 
   SelectedRootWindow selected = selectRootWindow(platform, appElement, app.pid, titleContains, windowID);
-  std::optional<std::string> title = axString(ax, selected.root, "AXTitle");
-  if (!title && selected.quartzWindow) title = selected.quartzWindow->title;
-  std::optional<platform::Rect> frame = axFrame(ax, selected.root);
-  if (!frame && selected.quartzWindow) frame = selected.quartzWindow->frame;
-
   std::vector<platform::Element> focusedList = axElements(ax, appElement, "AXFocusedUIElement");
   std::optional<platform::Element> focused;
   if (!focusedList.empty()) focused = focusedList.front();
 
   CurrentState state;
   state.elements = collectElements(ax, selected.root, focused, context.values.traversalAttributes);
+  // The walk starts at the root and read its title and frame already.
+  const ElementSnapshot& root = state.elements.front().snapshot;
+  std::optional<std::string> title = root.title;
+  if (!title && selected.quartzWindow) title = selected.quartzWindow->title;
+  std::optional<platform::Rect> frame;
+  if (root.frame) frame = platform::Rect{{root.frame->x, root.frame->y}, {root.frame->width, root.frame->height}};
+  if (!frame && selected.quartzWindow) frame = selected.quartzWindow->frame;
   std::optional<CapturedImage> image =
       captureWindowImage(platform, context.values, app, selected.quartzWindow, frame);
 
