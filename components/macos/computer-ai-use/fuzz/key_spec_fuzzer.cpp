@@ -1,4 +1,4 @@
-// Key specifications through the whole press-key path, on a simulated desktop.
+// Key combinations through the whole press-key path, on a simulated desktop.
 #include "cli/tool_error.h"
 #include "common/unicode.h"
 #include "fuzz/fuzz_support.h"
