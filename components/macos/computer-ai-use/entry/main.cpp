@@ -15,6 +15,7 @@
 #include "entry/process_values.h"
 #include "mcp/mcp_server.h"
 #include "platform/platform.h"
+#include "record/desktop_recorder.h"
 #include "runtime/output.h"
 #include "statusitem/status_item.h"
 
@@ -86,6 +87,11 @@ int main(int argc, char** argv) {
     case entry::Mode::clicker: {
       runtime::BufferedOutput output;
       int status = clicker::runClickerCompatibility(values, *platform, output, rest);
+      entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
+    }
+    case entry::Mode::recordDesktop: {
+      runtime::BufferedOutput output;
+      int status = record::runDesktopRecorder(values, *platform, output, rest);
       entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
     }
     case entry::Mode::mcpServer:

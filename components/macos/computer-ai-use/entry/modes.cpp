@@ -10,6 +10,7 @@ Mode selectMode(const std::vector<std::string>& arguments) {
   if (word == "__background-window-capture") return Mode::backgroundWindowCapture;
   if (word == "__clicker") return Mode::clicker;
   if (word == "__mcp") return Mode::mcpServer;
+  if (word == "__record-desktop") return Mode::recordDesktop;
   return Mode::agentTool;
 }
 

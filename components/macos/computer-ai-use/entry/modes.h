@@ -11,6 +11,7 @@ enum class Mode {
   backgroundWindowCapture,  // "__background-window-capture"
   clicker,                  // "__clicker"
   mcpServer,                // "__mcp"
+  recordDesktop,            // "__record-desktop"
   agentTool,                // anything else
 };
 

@@ -122,6 +122,9 @@ class Accessibility {
                                     const std::string& text) = 0;
   // CFHash: the element's identity for de-duplication and focus.
   virtual uint64_t hash(const Element& element) = 0;
+  // CFEqual: whether two handles stand for the same element, which two elements whose
+  // hashes collide do not. Answered locally, without a round trip.
+  virtual bool sameElement(const Element& a, const Element& b) = 0;
   // How long one call may wait for an application that does not answer.
   virtual AXError setMessagingTimeout(const Element& element, float seconds) = 0;
 };

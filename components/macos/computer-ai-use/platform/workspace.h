@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/geometry.h"
+
 namespace tavlin::platform {
 
 // NSApplicationActivationPolicy values.
@@ -27,6 +29,12 @@ struct RunningApplication {
   bool terminated = false;
 };
 
+// The main screen (the one with the menu bar, at the origin of screen points).
+struct ScreenInfo {
+  Size size;                // in points
+  double backingScale = 1;  // pixels per point
+};
+
 class Workspace {
  public:
   virtual ~Workspace() = default;
@@ -39,6 +47,8 @@ class Workspace {
   virtual bool activate(int32_t pid, uint64_t options) = 0;
   // NSFileManager displayNameAtPath:.
   virtual std::string displayName(const std::string& path) = 0;
+  // NSScreen's first screen; absent without a window server session.
+  virtual std::optional<ScreenInfo> mainScreen() = 0;
   // The first user-domain caches folder, absent if the system names none.
   virtual std::optional<std::string> userCachesDirectory() = 0;
   virtual std::string homeDirectory() = 0;

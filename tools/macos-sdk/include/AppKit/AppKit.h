@@ -114,4 +114,13 @@ typedef NS_ENUM(NSUInteger, NSBackingStoreType){
 - (void)makeKeyAndOrderFront:(nullable id)sender;
 @end
 
+// NSGeometry.h: NSRect is CGRect on 64-bit systems.
+typedef CGRect NSRect;
+
+@interface NSScreen : NSObject
+@property(class, readonly, copy) NSArray<NSScreen*>* screens;
+@property(readonly) NSRect frame;
+@property(readonly) CGFloat backingScaleFactor;
+@end
+
 NS_ASSUME_NONNULL_END

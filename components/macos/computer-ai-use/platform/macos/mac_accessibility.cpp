@@ -202,6 +202,13 @@ uint64_t MacAccessibility::hash(const Element& element) {
   return e ? e->hash : 0;
 }
 
+bool MacAccessibility::sameElement(const Element& a, const Element& b) {
+  AXUIElementRef left = axRef(a);
+  AXUIElementRef right = axRef(b);
+  if (!left || !right) return left == right;
+  return CFEqual(left, right);
+}
+
 platform::AXError MacAccessibility::setMessagingTimeout(const Element& element, float seconds) {
   AXUIElementRef ref = axRef(element);
   if (!ref) return platform::AXError::invalidUIElement;

@@ -20,6 +20,7 @@ class MacAccessibility final : public platform::Accessibility {
   platform::AXError setAttributeValue(const platform::Element& element, const std::string& attribute,
                                       const std::string& text) override;
   uint64_t hash(const platform::Element& element) override;
+  bool sameElement(const platform::Element& a, const platform::Element& b) override;
   platform::AXError setMessagingTimeout(const platform::Element& element, float seconds) override;
 };
 

@@ -11,6 +11,7 @@ class MacWorkspace final : public platform::Workspace {
   bool unhide(int32_t pid) override;
   bool activate(int32_t pid, uint64_t options) override;
   std::string displayName(const std::string& path) override;
+  std::optional<platform::ScreenInfo> mainScreen() override;
   std::optional<std::string> userCachesDirectory() override;
   std::string homeDirectory() override;
   std::string mainBundlePath() override;

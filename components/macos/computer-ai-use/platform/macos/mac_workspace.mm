@@ -60,6 +60,18 @@ bool MacWorkspace::activate(int32_t pid, uint64_t options) {
   }
 }
 
+std::optional<platform::ScreenInfo> MacWorkspace::mainScreen() {
+  @autoreleasepool {
+    // The first screen holds the menu bar and the origin of screen points; mainScreen
+    // would be the one with the key window instead.
+    NSArray<NSScreen*>* screens = NSScreen.screens;
+    if (screens.count == 0) return std::nullopt;
+    NSScreen* screen = [screens objectAtIndex:0];
+    CGRect frame = screen.frame;
+    return platform::ScreenInfo{{frame.size.width, frame.size.height}, screen.backingScaleFactor};
+  }
+}
+
 std::string MacWorkspace::displayName(const std::string& path) {
   @autoreleasepool {
     return text([NSFileManager.defaultManager displayNameAtPath:nsString(path)]).value_or(path);

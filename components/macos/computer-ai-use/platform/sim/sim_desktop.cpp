@@ -1,6 +1,8 @@
 // The desktop model: its changes, the virtual clock, the event log and the write-back.
 #include "platform/sim/sim_desktop.h"
 
+#include "platform/desktop_file_format.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -142,7 +144,7 @@ void SimDesktop::setElementAttribute(size_t index, const std::string& attribute,
   ordered_json& node = document_[ordered_json::json_pointer(e.jsonPointer)];
   // Written where the file declares it: its shortcut key, else the attributes map.
   std::string shortcut;
-  for (const auto& [key, name] : elementAttributeShortcuts()) {
+  for (const auto& [key, name] : platform::elementAttributeShortcuts()) {
     if (name == attribute) shortcut = key;
   }
   bool inAttributes = node.contains("attributes") && node["attributes"].contains(attribute);

@@ -276,8 +276,6 @@ class SimDesktop {
 
 // The clock's start when the file names none.
 inline constexpr const char* defaultDesktopClockStart = "2026-01-01T00:00:00Z";
-// Element keys that stand for one accessibility attribute each ("title": "AXTitle").
-const std::map<std::string, std::string>& elementAttributeShortcuts();
 
 // Formats one event-log line (exposed for tests of the format itself).
 std::string formatEventLine(int64_t elapsedMicros, const std::string& target, const std::string& kind,

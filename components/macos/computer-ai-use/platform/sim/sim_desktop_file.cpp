@@ -16,12 +16,15 @@
 
 #include "common/files.h"
 #include "common/json_text.h"
+#include "platform/desktop_file_format.h"
 
 namespace tavlin::sim {
 
 using nlohmann::ordered_json;
 using platform::AXError;
 using platform::AXNumber;
+using platform::axErrorNames;
+using platform::elementAttributeShortcuts;
 
 namespace {
 
@@ -44,45 +47,6 @@ std::optional<std::chrono::sys_seconds> parseTimestamp(const std::string& text) 
   year_month_day date{year(y), month(static_cast<unsigned>(mo)), day(static_cast<unsigned>(d))};
   if (!date.ok() || h > 23 || mi > 59 || s > 59) return std::nullopt;
   return sys_days(date) + hours(h) + minutes(mi) + seconds(s);
-}
-
-const std::map<std::string, AXError>& axErrorNames() {
-  static const std::map<std::string, AXError> names = {
-      {"failure", AXError::failure},
-      {"illegalArgument", AXError::illegalArgument},
-      {"invalidUIElement", AXError::invalidUIElement},
-      {"invalidUIElementObserver", AXError::invalidUIElementObserver},
-      {"cannotComplete", AXError::cannotComplete},
-      {"attributeUnsupported", AXError::attributeUnsupported},
-      {"actionUnsupported", AXError::actionUnsupported},
-      {"notificationUnsupported", AXError::notificationUnsupported},
-      {"notImplemented", AXError::notImplemented},
-      {"notificationAlreadyRegistered", AXError::notificationAlreadyRegistered},
-      {"notificationNotRegistered", AXError::notificationNotRegistered},
-      {"apiDisabled", AXError::apiDisabled},
-      {"noValue", AXError::noValue},
-      {"parameterizedAttributeUnsupported", AXError::parameterizedAttributeUnsupported},
-      {"notEnoughPrecision", AXError::notEnoughPrecision},
-  };
-  return names;
-}
-
-// Element keys that stand for one accessibility attribute each.
-const std::map<std::string, std::string>& attributeShortcuts() {
-  static const std::map<std::string, std::string> shortcuts = {
-      {"role", "AXRole"},
-      {"subrole", "AXSubrole"},
-      {"title", "AXTitle"},
-      {"description", "AXDescription"},
-      {"identifier", "AXIdentifier"},
-      {"roleDescription", "AXRoleDescription"},
-      {"value", "AXValue"},
-      {"enabled", "AXEnabled"},
-      {"focused", "AXFocused"},
-      {"position", "AXPosition"},
-      {"size", "AXSize"},
-  };
-  return shortcuts;
 }
 
 // Validating reader: every failure names the file and the place in it.
@@ -287,7 +251,7 @@ class DesktopBuilder {
       if (!it->is_number_unsigned()) p_.fail(n.where + ".hash", "expected a non-negative integer");
       e.hash = it->get<uint64_t>();
     }
-    for (const auto& [key, attribute] : attributeShortcuts()) {
+    for (const auto& [key, attribute] : elementAttributeShortcuts()) {
       auto it = j.find(key);
       if (it == j.end()) continue;
       std::string at = n.where + "." + key;
@@ -317,15 +281,26 @@ class DesktopBuilder {
         }
       }
     }
+    if (auto it = j.find("errors"); it != j.end()) {
+      p_.object(*it, n.where + ".errors");
+      for (auto a = it->begin(); a != it->end(); ++a) {
+        e.readErrors[a.key()] = axError(a.value(), n.where + ".errors." + a.key());
+      }
+    }
+    // An attribute the element gives itself, as a value, as null or as a read error,
+    // is never derived.
+    auto given = [&e](const std::string& name) {
+      return e.attributes.count(name) || e.emptyAttributes.count(name) || e.readErrors.count(name);
+    };
     if (!n.children.empty() || j.contains("children")) {
-      if (!e.attributes.count("AXChildren")) {
+      if (!given("AXChildren")) {
         StoredArray children;
         for (size_t c : n.children) children.push_back({ElementIndex{c}});
         e.attributes["AXChildren"].storage = std::move(children);
       }
     }
-    if (n.parent && !e.attributes.count("AXParent")) e.attributes["AXParent"].storage = ElementIndex{*n.parent};
-    if (n.isApplication && !e.attributes.count("AXWindows")) {
+    if (n.parent && !given("AXParent")) e.attributes["AXParent"].storage = ElementIndex{*n.parent};
+    if (n.isApplication && !given("AXWindows")) {
       // As on macOS, an application lists its windows beside its other children.
       StoredArray windows;
       for (size_t c : n.children) {
@@ -338,12 +313,6 @@ class DesktopBuilder {
     }
     if (auto it = j.find("actions"); it != j.end()) e.actions = p_.strings(*it, n.where + ".actions");
     if (auto it = j.find("settable"); it != j.end()) e.settable = p_.strings(*it, n.where + ".settable");
-    if (auto it = j.find("errors"); it != j.end()) {
-      p_.object(*it, n.where + ".errors");
-      for (auto a = it->begin(); a != it->end(); ++a) {
-        e.readErrors[a.key()] = axError(a.value(), n.where + ".errors." + a.key());
-      }
-    }
     if (auto it = j.find("actionErrors"); it != j.end()) {
       p_.object(*it, n.where + ".actionErrors");
       for (auto a = it->begin(); a != it->end(); ++a) {
@@ -360,7 +329,6 @@ class DesktopBuilder {
 
 }  // namespace
 
-const std::map<std::string, std::string>& elementAttributeShortcuts() { return attributeShortcuts(); }
 
 namespace {
 

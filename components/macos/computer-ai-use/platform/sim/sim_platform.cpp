@@ -200,6 +200,19 @@ class SimAccessibilityPort final : public Accessibility {
     return e ? e->hash : 0;
   }
 
+  bool sameElement(const Element& a, const Element& b) override {
+    const SimElementImpl* left = simElement(a);
+    const SimElementImpl* right = simElement(b);
+    if (!left || !right) return left == right;
+    const SimDesktop& d = p_.desktop();
+    const SimElement* l = resolve(d, a);
+    const SimElement* r = resolve(d, b);
+    // Handles of elements without a tree (an application's that has none, the
+    // system-wide one) are equal by what they were made for.
+    if (!l || !r) return !l && !r && left->index == right->index && left->hash == right->hash;
+    return l == r;
+  }
+
   AXError setMessagingTimeout(const Element& element, float seconds) override {
     if (seconds < 0) return AXError::illegalArgument;
     const SimElementImpl* e = simElement(element);
@@ -375,6 +388,10 @@ class SimWorkspacePort final : public Workspace {
     return d.requestActivation(pid);
   }
   std::string displayName(const std::string& path) override { return p_.desktop().displayName(path); }
+  std::optional<ScreenInfo> mainScreen() override {
+    const SimScreen& s = p_.desktop().screen();
+    return ScreenInfo{{s.width, s.height}, s.backingScale};
+  }
   std::optional<std::string> userCachesDirectory() override {
     return common::appendPathComponent(homeDirectory(), "Library/Caches");
   }
