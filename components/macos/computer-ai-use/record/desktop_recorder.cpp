@@ -28,8 +28,9 @@ using platform::Element;
 
 namespace {
 
-// The loader's limit on inline nesting; deeper elements are declared higher up.
-constexpr size_t maxDeclarationDepth = 1000;
+// Elements nest inline this deep at most (the loader allows 1000, but reads deep
+// nesting slowly); deeper ones are declared under the application element.
+constexpr size_t maxDeclarationDepth = 128;
 // Hashes the loader derives for elements the file gives none: 0x10000 + position.
 constexpr uint64_t derivedHashBase = 0x10000;
 
@@ -220,8 +221,8 @@ class Writer {
   }
 
  private:
-  // The recorded elements an AXChildren value lists, when it is a list of recorded
-  // elements only.
+  // The recorded elements an AXChildren value lists, when it is a list of elements
+  // (those left unrecorded are left out, as everywhere in the file).
   std::optional<std::vector<size_t>> childList(size_t i) {
     const AXCopyResult& slot = r_.nodes()[i].slots[slotOf_.at("AXChildren")];
     if (slot.error != AXError::success || !slot.value || !slot.value->array()) return std::nullopt;
@@ -229,9 +230,7 @@ class Writer {
     for (const AXAttributeValue& item : *slot.value->array()) {
       const Element* e = item.element();
       if (!e) return std::nullopt;
-      auto index = r_.find(*e);
-      if (!index) return std::nullopt;
-      out.push_back(*index);
+      if (auto index = r_.find(*e)) out.push_back(*index);
     }
     return out;
   }
@@ -500,6 +499,59 @@ const char* policyName(platform::ActivationPolicy policy) {
   return "regular";
 }
 
+bool scalar(const ordered_json& j) { return !j.is_structured(); }
+// A scalar, or a one-key object of a scalar ({"ref": "e1"}).
+bool small(const ordered_json& j) { return scalar(j) || (j.is_object() && j.size() == 1 && scalar(j.begin().value())); }
+bool flat(const ordered_json& j) {
+  if (scalar(j)) return true;
+  if (j.is_array()) return std::all_of(j.begin(), j.end(), scalar) || (j.size() <= 8 && std::all_of(j.begin(), j.end(), small));
+  return j.size() == 1 && (small(j) || (j.begin().value().is_array() && std::all_of(j.begin().value().begin(),
+                                                                                     j.begin().value().end(), scalar)));
+}
+
+std::string scalarText(const ordered_json& j) {
+  return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// Indented like a hand-written desktop file: points, sizes, references and lists of
+// names stay on one line.
+void layOutJson(const ordered_json& j, std::string& out, size_t indent) {
+  if (scalar(j)) {
+    out += scalarText(j);
+    return;
+  }
+  if (j.empty()) {
+    out += j.is_array() ? "[]" : "{}";
+    return;
+  }
+  if (flat(j)) {
+    if (j.is_array()) {
+      out += "[";
+      for (size_t i = 0; i < j.size(); ++i) {
+        out += i ? ", " : "";
+        layOutJson(j[i], out, indent);
+      }
+      out += "]";
+    } else {
+      out += "{" + scalarText(ordered_json(j.begin().key())) + ": ";
+      layOutJson(j.begin().value(), out, indent);
+      out += "}";
+    }
+    return;
+  }
+  std::string inner(indent + 2, ' ');
+  out += j.is_array() ? "[\n" : "{\n";
+  bool first = true;
+  for (auto it = j.begin(); it != j.end(); ++it) {
+    out += first ? "" : ",\n";
+    first = false;
+    out += inner;
+    if (j.is_object()) out += scalarText(ordered_json(it.key())) + ": ";
+    layOutJson(it.value(), out, indent + 2);
+  }
+  out += "\n" + std::string(indent, ' ') + (j.is_array() ? "]" : "}");
+}
+
 [[noreturn]] void usageError(const std::string& message) {
   throw cli::ToolError::multiline("tavlin-record: " + common::escapingLineBreaks(message) + "\n" +
                                   recorderUsageText());
@@ -596,6 +648,12 @@ Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform
   return recording;
 }
 
+std::string desktopText(const nlohmann::ordered_json& desktop) {
+  std::string out;
+  layOutJson(desktop, out, 0);
+  return out + "\n";
+}
+
 std::string recorderUsageText() {
   return "Usage: tavlin-record --app APP [--window-id ID] [--title-contains TEXT] [--out FILE] "
          "[--max-elements N] [--redact]\n"
@@ -648,7 +706,7 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
     }
     if (!haveApp) usageError("--app is required");
     Recording recording = recordDesktop(values, platform, options);
-    std::string text = recording.desktop.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    std::string text = desktopText(recording.desktop);
     std::string summary = "Recorded " + std::to_string(recording.elements) + " elements of " + options.app;
     if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
     if (out) {

@@ -18,7 +18,7 @@
 // its root), the application's other windows are recorded without their contents.
 //
 // The file is laid out as the tree a person would write: each element declared inline
-// under the first element whose AXChildren lists it, at most 1000 levels deep; what
+// under the first element whose AXChildren lists it, at most 128 levels deep; what
 // the derivations of the format would not reproduce (a parent other than the
 // declaring element, children lists that differ from the declarations) is written
 // explicitly, so that replaying the file answers every read as the desktop did.
@@ -60,6 +60,9 @@ Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform
 // A same-length placeholder: each character (grapheme cluster) becomes "x", line
 // breaks stay, so that lengths and line counts survive.
 std::string redactedText(const std::string& text);
+
+// The file's text: indented, with short values (points, references) on one line.
+std::string desktopText(const nlohmann::ordered_json& desktop);
 
 std::string recorderUsageText();
 
