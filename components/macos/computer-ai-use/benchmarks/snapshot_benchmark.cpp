@@ -1,7 +1,8 @@
 // get-app-state end to end on simulated windows of 1,000, 10,000 and 50,000 elements:
 // wall time, peak memory and accessibility round trips per element of the real binary.
 // A list-apps run on the same desktop gives the cost of loading the simulated desktop
-// itself, which a real Mac does not pay.
+// itself, which a real Mac does not pay. Then the recorder on the same desktops: wall
+// time, the recording's size and round trips per element.
 //
 // usage: tavlin_snapshot_benchmark PATH-TO-Tavlin [sizes...]
 #include <fcntl.h>
@@ -32,7 +33,7 @@ struct Run {
 };
 
 Run run(const std::string& binary, const std::vector<std::string>& args, const std::string& desktop,
-        const std::string& home) {
+        const std::string& home, bool quiet = false) {
   auto start = std::chrono::steady_clock::now();
   pid_t child = fork();
   if (child == 0) {
@@ -41,6 +42,7 @@ Run run(const std::string& binary, const std::vector<std::string>& args, const s
     setenv("HOME", home.c_str(), 1);
     int null = open("/dev/null", O_WRONLY);
     dup2(null, 1);
+    if (quiet) dup2(null, 2);
     std::vector<char*> argv{const_cast<char*>(binary.c_str())};
     for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -93,6 +95,21 @@ int main(int argc, char** argv) {
     double perElement = static_cast<double>(roundTrips(desktop) - before) / n;
     std::printf("%10d %12.3f %12.1f %14.3f %14.1f %12.2f\n", n, snap.seconds, snap.peakKiB / 1024.0, load.seconds,
                 load.peakKiB / 1024.0, perElement);
+  }
+  std::printf("\n%10s %12s %14s %12s\n", "elements", "record s", "file KiB", "trips/elem");
+  for (int n : sizes) {
+    std::string desktop = dir + "/desktop-" + std::to_string(n) + ".json";
+    std::string recording = dir + "/recording-" + std::to_string(n) + ".json";
+    uint64_t before = roundTrips(desktop);
+    Run rec = run(binary, {"__record-desktop", "--app", "Lister", "--out", recording}, desktop, dir, true);
+    std::ifstream file(recording, std::ios::binary | std::ios::ate);
+    if (rec.status != 0 || !file) {
+      std::fprintf(stderr, "recording failed for %d elements\n", n);
+      return 1;
+    }
+    double perElement = static_cast<double>(roundTrips(desktop) - before) / n;
+    std::printf("%10d %12.3f %14.1f %12.2f\n", n, rec.seconds, static_cast<double>(file.tellg()) / 1024.0,
+                perElement);
   }
   std::string cleanup = "rm -rf '" + dir + "'";
   return std::system(cleanup.c_str()) == 0 ? 0 : 1;
