@@ -21,7 +21,12 @@ check() {
 
 shopt -s nullglob
 for file in "$src"/platform/macos/*.h; do
-  check "${common[@]}" -x c++-header "$file"
+  # Headers that import Foundation are Objective-C++ only.
+  if grep -q '^#import' "$file"; then
+    check "${common[@]}" "${objcxx[@]/objective-c++/objective-c++-header}" "$file"
+  else
+    check "${common[@]}" -x c++-header "$file"
+  fi
 done
 for file in "$src"/platform/macos/*.cpp; do
   check "${common[@]}" "$file"

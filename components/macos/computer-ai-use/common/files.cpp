@@ -1,5 +1,7 @@
 #include "common/files.h"
 
+#include <cctype>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -301,6 +303,38 @@ std::string standardizedPath(const std::string& path, const std::string& current
     }
   }
   return result;
+}
+
+namespace {
+
+std::string percentDecoded(std::string_view text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() + 0 && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+      out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::optional<std::string> fileURLPath(const std::string& text) {
+  std::string lower = text.substr(0, 7);
+  for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  if (lower != "file://") return std::nullopt;
+  std::string rest = text.substr(7);
+  size_t slash = rest.find('/');
+  if (slash == std::string::npos) return std::nullopt;
+  std::string host = rest.substr(0, slash);
+  if (!host.empty() && host != "localhost") return std::nullopt;
+  std::string path = rest.substr(slash);
+  if (size_t q = path.find_first_of("?#"); q != std::string::npos) path.resize(q);
+  return percentDecoded(path);
 }
 
 }  // namespace tavlin::common

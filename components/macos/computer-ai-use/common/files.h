@@ -56,4 +56,8 @@ std::vector<std::string> pathComponents(const std::string& path);
 std::string standardizedPath(const std::string& path, const std::string& currentDirectory);
 std::string currentDirectory();
 
+// The percent-decoded path of a "file:" URL (empty host or "localhost"), as URL(string:)
+// reads it, with any trailing "/" kept; absent for any other URL.
+std::optional<std::string> fileURLPath(const std::string& url);
+
 }  // namespace tavlin::common

@@ -37,6 +37,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   (void)openpanel::nativeOpenPanelRelativeComponents(parts[1], parts[2]);
   (void)openpanel::urlPathOf(platform::AXAttributeValue{parts[2]});
-  (void)openpanel::urlPathOf(platform::AXAttributeValue{platform::AXURL{parts[2]}});
+  (void)openpanel::urlPathOf(platform::AXAttributeValue{platform::AXURL{parts[2], std::nullopt}});
   return 0;
 }

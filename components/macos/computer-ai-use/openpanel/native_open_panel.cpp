@@ -31,35 +31,6 @@ bool inSet(const std::set<std::string>& set, const std::optional<std::string>& t
   return text && set.count(*text) > 0;
 }
 
-std::string percentDecoded(std::string_view text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() + 0 && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-      out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-      i += 2;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
-// URL(string:) for a "file:" URL: its percent-decoded path, without a trailing "/".
-std::optional<std::string> fileURLPath(const std::string& text) {
-  std::string lower = text.substr(0, 7);
-  for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  if (lower != "file://") return std::nullopt;
-  std::string rest = text.substr(7);
-  size_t slash = rest.find('/');
-  if (slash == std::string::npos) return std::nullopt;
-  std::string host = rest.substr(0, slash);
-  if (!host.empty() && host != "localhost") return std::nullopt;
-  std::string path = rest.substr(slash);
-  if (size_t q = path.find_first_of("?#"); q != std::string::npos) path.resize(q);
-  return percentDecoded(path);
-}
-
 constexpr uint16_t keyA = 0, keyG = 5, keyDelete = 51, keyReturn = 36;
 
 // One key of the go-to-folder sequence: down, a pause, up, a pause.
@@ -180,9 +151,13 @@ std::string nativeOpenPanelDisplayName(PanelContext& c, const std::string& path)
 
 std::optional<std::string> urlPathOf(const AXAttributeValue& value) {
   const std::string* text = value.text();
-  if (const platform::AXURL* url = value.url()) text = &url->absoluteString;
+  if (const platform::AXURL* url = value.url()) {
+    // The platform's own reading of a file URL, where it gave one.
+    if (url->fileSystemPath) return nativeOpenPanelStandardizedPath(*url->fileSystemPath);
+    text = &url->absoluteString;
+  }
   if (!text) return std::nullopt;
-  if (auto path = fileURLPath(*text)) return nativeOpenPanelStandardizedPath(*path);
+  if (auto path = common::fileURLPath(*text)) return nativeOpenPanelStandardizedPath(*path);
   // A URL value is always read as a file URL; text that is not one passes as it is.
   if (value.url()) return std::nullopt;
   return *text;

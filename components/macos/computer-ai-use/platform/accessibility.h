@@ -52,9 +52,9 @@ class Element {
 };
 
 // A CFNumber or CFBoolean. `stringValue` is NSNumber's: integers in decimal, reals
-// with %0.16g, booleans "1"/"0".
+// with %0.16g, 32-bit reals (kCFNumberFloat32Type) with %0.7g, booleans "1"/"0".
 struct AXNumber {
-  enum class Kind { integer, real, boolean };
+  enum class Kind { integer, real, boolean, real32 };
   Kind kind = Kind::integer;
   int64_t integer = 0;
   double real = 0;
@@ -63,14 +63,19 @@ struct AXNumber {
   static AXNumber ofInteger(int64_t v) { return {Kind::integer, v, 0, false}; }
   static AXNumber ofReal(double v) { return {Kind::real, 0, v, false}; }
   static AXNumber ofBoolean(bool v) { return {Kind::boolean, 0, 0, v}; }
+  static AXNumber ofReal32(float v) { return {Kind::real32, 0, v, false}; }
 
   std::string stringValue() const;
   bool truthValue() const;
   double doubleValue() const;
 };
 
+// A CFURL: its absolute text (a relative URL resolved against its base) and, for a
+// file URL, the file-system path the platform reads from it (percent-decoded, no
+// trailing "/").
 struct AXURL {
   std::string absoluteString;
+  std::optional<std::string> fileSystemPath;
 };
 
 // Any CF type the core has no reading for; kept only so it reads as "wrong kind".

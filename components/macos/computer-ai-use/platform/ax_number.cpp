@@ -13,6 +13,11 @@ std::string AXNumber::stringValue() const {
       std::snprintf(buf, sizeof buf, "%0.16g", real);
       return buf;
     }
+    case Kind::real32: {
+      char buf[40];
+      std::snprintf(buf, sizeof buf, "%0.7g", real);
+      return buf;
+    }
   }
   return {};
 }
@@ -21,7 +26,8 @@ bool AXNumber::truthValue() const {
   switch (kind) {
     case Kind::integer: return integer != 0;
     case Kind::boolean: return boolean;
-    case Kind::real: return real != 0;
+    case Kind::real:
+    case Kind::real32: return real != 0;
   }
   return false;
 }
@@ -30,7 +36,8 @@ double AXNumber::doubleValue() const {
   switch (kind) {
     case Kind::integer: return static_cast<double>(integer);
     case Kind::boolean: return boolean ? 1 : 0;
-    case Kind::real: return real;
+    case Kind::real:
+    case Kind::real32: return real;
   }
   return 0;
 }

@@ -348,6 +348,9 @@ class Writer {
           // JSON has no infinities; such a number keeps only its type.
           if (!std::isfinite(n->real)) return ordered_json{{"other", "CFNumber"}};
           return ordered_json(n->real);
+        case platform::AXNumber::Kind::real32:
+          if (!std::isfinite(n->real)) return ordered_json{{"other", "CFNumber"}};
+          return ordered_json{{"float32", n->real}};
       }
     }
     if (const platform::Point* p = v.point()) return ordered_json{{"point", {p->x, p->y}}};

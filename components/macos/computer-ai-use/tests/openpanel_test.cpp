@@ -166,8 +166,11 @@ TEST(OpenPanelModel, FileListLocationCandidatesAndFingerprint) {
 TEST(OpenPanelModel, EntryPathsInEveryForm) {
   using platform::AXAttributeValue;
   const std::vector<std::pair<AXAttributeValue, std::optional<std::string>>> cases = {
-      {{platform::AXURL{"file:///tmp/a%20b/c/"}}, "/tmp/a b/c"},
-      {{platform::AXURL{"file://localhost/tmp/x/../y"}}, "/tmp/y"},
+      {{platform::AXURL{"file:///tmp/a%20b/c/", std::nullopt}}, "/tmp/a b/c"},
+      {{platform::AXURL{"file://localhost/tmp/x/../y", std::nullopt}}, "/tmp/y"},
+      // The platform's own reading of the URL wins over the text's.
+      {{platform::AXURL{"file:///.file/id=6571367.2", "/tmp/by id"}}, "/tmp/by id"},
+      {{platform::AXURL{"https://example.com/a", std::nullopt}}, std::nullopt},
       {{std::string("file:///tmp//z/")}, "/tmp/z"},
       {{std::string("https://example.com/a")}, "https://example.com/a"},  // text that is not a file URL
       {{std::string("not a url")}, "not a url"},

@@ -46,7 +46,8 @@ const char* trickyDesktop = R"({
                     {"role": "AXImage", "title": "Left", "hash": 77},
                     {"role": "AXUnknown", "value": {"other": "CFData"}, "attributes": {"AXFilename": ["a", "b"]},
                      "title": null},
-                    {"role": "AXValueIndicator", "value": {"rect": [1, 2, 3, 4]}}
+                    {"role": "AXValueIndicator", "value": {"rect": [1, 2, 3, 4]}},
+                    {"role": "AXSlider", "value": {"float32": 0.7}}
                   ]},
                  {"id": "g2", "role": "AXGroup", "description": "right pane",
                   "attributes": {"AXChildren": [{"ref": "shared"}, {"ref": "g1"}, {"ref": "right"}]},
@@ -177,6 +178,10 @@ TEST(DesktopRecorder, KeepsWhatTheWalkCannotSee) {
   EXPECT_NE(text.find(R"("value":{"rect":[1.0,2.0,3.0,4.0]})"), std::string::npos);
   EXPECT_NE(text.find(R"("AXURL":{"url":"file:///tmp/a%20b.txt"})"), std::string::npos);
   EXPECT_NE(text.find(R"("value":{"other":"CFData"})"), std::string::npos);
+  EXPECT_NE(text.find(R"("value":{"float32":0.699999988079071})"), std::string::npos);
+  // ... and prints as the platform prints a 32-bit real.
+  ToolRun replay = r.on("recording.json", {"get-app-state", "--app", "Tricky"});
+  EXPECT_NE(replay.out.find("Value: 0.7\n"), std::string::npos) << replay.out;
   // The desktop around the application.
   EXPECT_EQ(file["clock"], nlohmann::ordered_json::parse(R"({"start": "2026-05-01T08:00:12Z", "elapsed": 0.25})"));
   EXPECT_EQ(file["screen"]["width"], 1280);

@@ -230,3 +230,40 @@ TEST(SimDesktopState, NoDesktopIsAClearErrorOnlyWhenOneIsNeeded) {
   EXPECT_THROW(p.workspace().runningApplications(), sim::DesktopError);
   p.commit();  // nothing loaded, nothing written
 }
+
+TEST(AXNumberText, PrintsAsTheKindItCameAs) {
+  struct Case {
+    AXNumber number;
+    const char* text;
+  } cases[] = {
+      {AXNumber::ofInteger(-12), "-12"},
+      {AXNumber::ofBoolean(true), "1"},
+      {AXNumber::ofReal(0.1), "0.1"},
+      {AXNumber::ofReal32(0.7f), "0.7"},
+      // The same 32-bit value widened to a double shows its binary expansion.
+      {AXNumber::ofReal(static_cast<double>(0.7f)), "0.699999988079071"},
+      {AXNumber::ofReal32(16777217.0f), "1.677722e+07"},
+      {AXNumber::ofReal32(1e-8f), "1e-08"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.number.stringValue(), c.text);
+}
+
+TEST(SimURL, FileURLsCarryTheirPathAsThePlatformReadsIt) {
+  struct Case {
+    const char* url;
+    std::optional<std::string> path;
+  } cases[] = {
+      {"file:///Users/me/My%20Docs/", "/Users/me/My Docs"},
+      {"file://localhost/tmp/a.txt", "/tmp/a.txt"},
+      {"file:///", "/"},
+      {"file:///caf%C3%A9?x#y", "/caf\xC3\xA9"},
+      {"file:///bad%FF", "/bad\xEF\xBF\xBD"},
+      {"https://example.com/a%20b", std::nullopt},
+      {"file://server/share", std::nullopt},
+  };
+  for (const Case& c : cases) {
+    tavlin::platform::AXURL url = tavlin::sim::simURL(c.url);
+    EXPECT_EQ(url.absoluteString, c.url);
+    EXPECT_EQ(url.fileSystemPath, c.path) << c.url;
+  }
+}

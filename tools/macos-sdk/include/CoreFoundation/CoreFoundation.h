@@ -50,7 +50,9 @@ enum { kCFStringEncodingUTF8 = 0x08000100 };
 typedef CF_ENUM(CFIndex, CFNumberType){
     kCFNumberSInt32Type = 3,
     kCFNumberSInt64Type = 4,
+    kCFNumberFloat32Type = 5,
     kCFNumberFloat64Type = 6,
+    kCFNumberFloatType = 12,
     kCFNumberDoubleType = 13,
     kCFNumberCGFloatType = 16,
 };
@@ -110,6 +112,7 @@ CFTypeID CFURLGetTypeID(void);
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const uint8_t* bytes, CFIndex numBytes,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
 CFIndex CFStringGetLength(CFStringRef theString);
+void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer);
 CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding, uint8_t lossByte,
                          Boolean isExternalRepresentation, uint8_t* buffer, CFIndex maxBufLen, CFIndex* usedBufLen);
 
@@ -124,9 +127,16 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
 Boolean CFNumberIsFloatType(CFNumberRef number);
+CFNumberType CFNumberGetType(CFNumberRef number);
 Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 CFStringRef CFURLGetString(CFURLRef anURL);
+CFURLRef CFURLCopyAbsoluteURL(CFURLRef relativeURL);
+typedef CF_ENUM(CFIndex, CFURLPathStyle){
+    kCFURLPOSIXPathStyle = 0,
+    kCFURLWindowsPathStyle = 2,
+};
+CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle);
 typedef struct __CFError* CFErrorRef;
 CFURLRef CFURLCreateFilePathURL(CFAllocatorRef allocator, CFURLRef url, CFErrorRef* error);  // 10.6
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const uint8_t* buffer, CFIndex bufLen,

@@ -1,18 +1,24 @@
 #pragma once
-// UTF-8 <-> CFString conversions for the adapter.
+// UTF-8 <-> CFString conversions for the adapter. Both directions repair what is not
+// valid, as the platform's own bridging does: a lone surrogate in a CFString reads as
+// U+FFFD, and ill-formed UTF-8 becomes U+FFFD before it is made a CFString, so that a
+// conversion never cuts a text short nor yields NULL.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <string>
 #include <vector>
 
+#include "common/unicode.h"
 #include "platform/macos/cf_handle.h"
 
 namespace tavlin::macos {
 
+// Never NULL.
 inline CFHandle<CFStringRef> cfString(const std::string& text) {
+  std::string valid = common::repairingUTF8(text);
   return CFHandle<CFStringRef>::adopt(CFStringCreateWithBytes(kCFAllocatorDefault,
-                                                              reinterpret_cast<const uint8_t*>(text.data()),
-                                                              static_cast<CFIndex>(text.size()),
+                                                              reinterpret_cast<const uint8_t*>(valid.data()),
+                                                              static_cast<CFIndex>(valid.size()),
                                                               kCFStringEncodingUTF8, false));
 }
 
@@ -21,7 +27,7 @@ inline CFHandle<CFArrayRef> cfStringArray(const std::vector<std::string>& texts)
   std::vector<const void*> values;
   for (const auto& t : texts) {
     owned.push_back(cfString(t));
-    values.push_back(owned.back().get());
+    if (owned.back()) values.push_back(owned.back().get());
   }
   return CFHandle<CFArrayRef>::adopt(CFArrayCreate(kCFAllocatorDefault, values.data(),
                                                    static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
@@ -31,12 +37,9 @@ inline CFHandle<CFArrayRef> cfStringArray(const std::vector<std::string>& texts)
 inline std::string toUTF8(CFStringRef text) {
   if (!text) return {};
   CFIndex length = CFStringGetLength(text);
-  CFRange all{0, length};
-  CFIndex bytes = 0;
-  CFStringGetBytes(text, all, kCFStringEncodingUTF8, 0, false, nullptr, 0, &bytes);
-  std::string out(static_cast<size_t>(bytes), '\0');
-  CFStringGetBytes(text, all, kCFStringEncodingUTF8, 0, false, reinterpret_cast<uint8_t*>(out.data()), bytes, nullptr);
-  return out;
+  std::u16string units(static_cast<size_t>(length), u'\0');
+  if (length > 0) CFStringGetCharacters(text, CFRange{0, length}, reinterpret_cast<UniChar*>(units.data()));
+  return common::utf8FromUTF16(units);
 }
 
 }  // namespace tavlin::macos

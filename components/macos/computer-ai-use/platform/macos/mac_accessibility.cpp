@@ -41,6 +41,14 @@ AXAttributeValue convert(CFTypeRef value) {
   }
   if (type == CFNumberGetTypeID()) {
     auto number = static_cast<CFNumberRef>(value);
+    CFNumberType kind = CFNumberGetType(number);
+    if (kind == kCFNumberFloat32Type || kind == kCFNumberFloatType) {
+      // Kept 32-bit, so that it prints as the platform prints it ("0.7", not the
+      // widened "0.699999988079071").
+      float single = 0;
+      CFNumberGetValue(number, kCFNumberFloat32Type, &single);
+      return {platform::AXNumber::ofReal32(single)};
+    }
     if (CFNumberIsFloatType(number)) {
       double real = 0;
       CFNumberGetValue(number, kCFNumberDoubleType, &real);
@@ -82,9 +90,18 @@ AXAttributeValue convert(CFTypeRef value) {
     // The Open panel's entries carry file-reference URLs (file:///.file/id=...), which
     // name a file by its id: turned into a path URL here, as the platform's URL
     // bridging does, so the core reads a path.
+    // CFURLGetString alone is only the part relative to a base, so the absolute URL is
+    // read; and a file URL's path is the platform's own decoding of it.
     auto url = static_cast<CFURLRef>(value);
     auto path = CFHandle<CFURLRef>::adopt(CFURLCreateFilePathURL(kCFAllocatorDefault, url, nullptr));
-    return {platform::AXURL{toUTF8(CFURLGetString(path ? path.get() : url))}};
+    CFURLRef chosen = path ? path.get() : url;
+    auto absolute = CFHandle<CFURLRef>::adopt(CFURLCopyAbsoluteURL(chosen));
+    platform::AXURL out{toUTF8(CFURLGetString(absolute ? absolute.get() : chosen)), std::nullopt};
+    if (path) {
+      auto fileSystemPath = CFHandle<CFStringRef>::adopt(CFURLCopyFileSystemPath(path.get(), kCFURLPOSIXPathStyle));
+      if (fileSystemPath) out.fileSystemPath = toUTF8(fileSystemPath.get());
+    }
+    return {std::move(out)};
   }
   if (type == CFArrayGetTypeID()) {
     auto array = static_cast<CFArrayRef>(value);

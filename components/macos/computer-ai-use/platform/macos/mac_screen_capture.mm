@@ -6,6 +6,7 @@
 
 #include "platform/macos/cf_handle.h"
 #include "platform/macos/cf_strings.h"
+#include "platform/macos/ns_strings.h"
 
 namespace tavlin::macos {
 namespace {
@@ -18,14 +19,8 @@ struct MacCapturedImage final : platform::CapturedImage {
   CFHandle<CGImageRef> image;
 };
 
-std::optional<std::string> text(NSString* _Nullable s) {
-  if (!s) return std::nullopt;
-  const char* utf8 = s.UTF8String;
-  return std::string(utf8 ? utf8 : "");
-}
-
 CaptureStatus failure(NSError* _Nullable error, const char* fallback) {
-  return {CaptureStatus::Kind::failed, error ? text(error.localizedDescription).value_or(fallback) : fallback};
+  return {CaptureStatus::Kind::failed, error ? nsText(error.localizedDescription).value_or(fallback) : fallback};
 }
 
 CFHandle<CFURLRef> fileURL(const std::string& path) {
@@ -38,13 +33,13 @@ platform::ShareableWindow convert(SCWindow* w) API_AVAILABLE(macos(12.3)) {
   s.windowID = w.windowID;
   CGRect f = w.frame;
   s.frame = {{f.origin.x, f.origin.y}, {f.size.width, f.size.height}};
-  s.title = text(w.title);
+  s.title = nsText(w.title);
   s.windowLayer = w.windowLayer;
   s.onScreen = w.onScreen;
   if (SCRunningApplication* app = w.owningApplication) {
     s.ownerPID = app.processID;
-    s.ownerBundleIdentifier = text(app.bundleIdentifier);
-    s.ownerName = text(app.applicationName);
+    s.ownerBundleIdentifier = nsText(app.bundleIdentifier);
+    s.ownerName = nsText(app.applicationName);
   }
   return s;
 }

@@ -2,6 +2,8 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/ns_strings.h"
+
 #include <memory>
 #include <vector>
 
@@ -18,10 +20,7 @@ struct MenuState {
 
 std::shared_ptr<MenuState> current;
 
-NSString* ns(const std::string& text) {
-  NSString* s = [NSString stringWithUTF8String:text.c_str()];
-  return s ? s : [NSString stringWithUTF8String:""];
-}
+NSString* ns(const std::string& text) { return tavlin::macos::nsString(text); }
 
 void fill(NSMenu* target, TavlinMenuTarget* handler) {
   [target removeAllItems];

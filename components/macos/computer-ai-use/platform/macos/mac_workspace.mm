@@ -2,25 +2,16 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/ns_strings.h"
+
 namespace tavlin::macos {
 namespace {
-
-std::optional<std::string> text(NSString* _Nullable s) {
-  if (!s) return std::nullopt;
-  const char* utf8 = s.UTF8String;
-  return std::string(utf8 ? utf8 : "");
-}
-
-NSString* nsString(const std::string& s) {
-  NSString* converted = [NSString stringWithUTF8String:s.c_str()];
-  return converted ? converted : [NSString stringWithUTF8String:""];
-}
 
 platform::RunningApplication convert(NSRunningApplication* app) {
   platform::RunningApplication out;
   out.pid = app.processIdentifier;
-  out.localizedName = text(app.localizedName);
-  out.bundleIdentifier = text(app.bundleIdentifier);
+  out.localizedName = nsText(app.localizedName);
+  out.bundleIdentifier = nsText(app.bundleIdentifier);
   out.activationPolicy = static_cast<platform::ActivationPolicy>(static_cast<int64_t>(app.activationPolicy));
   out.hidden = app.hidden;
   out.terminated = app.terminated;
@@ -74,7 +65,7 @@ std::optional<platform::ScreenInfo> MacWorkspace::mainScreen() {
 
 std::string MacWorkspace::displayName(const std::string& path) {
   @autoreleasepool {
-    return text([NSFileManager.defaultManager displayNameAtPath:nsString(path)]).value_or(path);
+    return nsText([NSFileManager.defaultManager displayNameAtPath:nsString(path)]).value_or(path);
   }
 }
 
@@ -83,19 +74,19 @@ std::optional<std::string> MacWorkspace::userCachesDirectory() {
     NSURL* url = [NSFileManager.defaultManager URLsForDirectory:NSCachesDirectory inDomains:NSUserDomainMask]
                      .firstObject;
     if (!url) return std::nullopt;
-    return text(url.path);
+    return nsText(url.path);
   }
 }
 
 std::string MacWorkspace::homeDirectory() {
   @autoreleasepool {
-    return text(NSHomeDirectory()).value_or("/");
+    return nsText(NSHomeDirectory()).value_or("/");
   }
 }
 
 std::string MacWorkspace::mainBundlePath() {
   @autoreleasepool {
-    return text(NSBundle.mainBundle.bundlePath).value_or("");
+    return nsText(NSBundle.mainBundle.bundlePath).value_or("");
   }
 }
 

@@ -246,4 +246,15 @@ void SimDesktop::commit() {
   }
 }
 
+platform::AXURL simURL(const std::string& absoluteString) {
+  platform::AXURL url{absoluteString, std::nullopt};
+  if (auto path = common::fileURLPath(absoluteString)) {
+    // CFURLCopyFileSystemPath: decoded, without the trailing "/" of a folder.
+    std::string p = common::repairingUTF8(*path);
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    url.fileSystemPath = p;
+  }
+  return url;
+}
+
 }  // namespace tavlin::sim

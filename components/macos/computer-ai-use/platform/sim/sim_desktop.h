@@ -277,6 +277,9 @@ class SimDesktop {
 // The clock's start when the file names none.
 inline constexpr const char* defaultDesktopClockStart = "2026-01-01T00:00:00Z";
 
+// A URL value as the platform hands it out: for a file URL, also its file-system path.
+platform::AXURL simURL(const std::string& absoluteString);
+
 // Formats one event-log line (exposed for tests of the format itself).
 std::string formatEventLine(int64_t elapsedMicros, const std::string& target, const std::string& kind,
                             const std::vector<EventField>& fields);

@@ -196,7 +196,12 @@ class DesktopBuilder {
         auto n = p_.numbers(body, at, 4, "[x, y, width, height]");
         v.storage = platform::Rect{{n[0], n[1]}, {n[2], n[3]}};
       } else if (kind == "url") {
-        v.storage = platform::AXURL{p_.string(body, at)};
+        v.storage = simURL(p_.string(body, at));
+      } else if (kind == "float32") {
+        if (!body.is_number()) p_.fail(at, "expected a number");
+        double real = body.get<double>();
+        if (std::fabs(real) > std::numeric_limits<float>::max()) p_.fail(at, "out of the range of a 32-bit float");
+        v.storage = AXNumber::ofReal32(static_cast<float>(real));
       } else if (kind == "other") {
         v.storage = platform::AXOther{p_.string(body, at)};
       } else if (kind == "ref") {
@@ -205,10 +210,10 @@ class DesktopBuilder {
         if (it == ids_.end()) p_.fail(at, "no element has id \"" + id + "\"");
         v.storage = ElementIndex{it->second};
       } else {
-        p_.fail(where, "unknown value kind \"" + kind + "\" (expected point, size, rect, url, ref or other)");
+        p_.fail(where, "unknown value kind \"" + kind + "\" (expected point, size, rect, url, ref, float32 or other)");
       }
     } else {
-      p_.fail(where, "expected a text, number, boolean, array or {\"point\"|\"size\"|\"rect\"|\"url\"|\"ref\"|\"other\": ...}");
+      p_.fail(where, "expected a text, number, boolean, array or {\"point\"|\"size\"|\"rect\"|\"url\"|\"ref\"|\"float32\"|\"other\": ...}");
     }
     return v;
   }

@@ -216,7 +216,7 @@ void SimDesktop::rebuildOpenPanels() {
       } else {
         n.attributes["AXValue"] = text(entry.displayName);
       }
-      n.attributes["AXURL"].storage = platform::AXURL{fileURL(entry.path, entry.folder || entry.bundle)};
+      n.attributes["AXURL"].storage = simURL(fileURL(entry.path, entry.folder || entry.bundle));
       n.attributes["AXSelected"] = boolean(selected);
       n.attributes["AXEnabled"] = boolean(true);
       n.panelRole = "entry";
