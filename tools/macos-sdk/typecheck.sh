@@ -6,8 +6,14 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 src="$root/components/macos/computer-ai-use"
 clang=${CLANGXX:-clang++}
+# The deployment target CMake sets ("13.3" -> 130300), unless TAVLIN_MACOS_DEPLOYMENT says.
+if [ -z "${TAVLIN_MACOS_DEPLOYMENT:-}" ]; then
+  target=$(sed -n 's/^set(CMAKE_OSX_DEPLOYMENT_TARGET \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")
+  IFS=. read -r major minor patch <<<"$target"
+  TAVLIN_MACOS_DEPLOYMENT=$(printf '%d%02d%02d' "$major" "${minor:-0}" "${patch:-0}")
+fi
 common=(-fsyntax-only -std=c++20 -Wall -Wextra -Werror -Wno-nullability-completeness
-        -isystem "$root/tools/macos-sdk/include" -I "$src")
+        -DTAVLIN_MACOS_DEPLOYMENT="$TAVLIN_MACOS_DEPLOYMENT" -isystem "$root/tools/macos-sdk/include" -I "$src")
 objcxx=(-x objective-c++ -fblocks -fobjc-arc -fobjc-runtime=macosx-13.0)
 
 status=0
@@ -38,7 +44,7 @@ done
 check "${common[@]}" -D__APPLE__=1 "$src/platform/platform_factory.cpp"
 
 if [ "$status" -eq 0 ]; then
-  echo "macOS type check: $count files passed"
+  echo "macOS type check: $count files passed (deployment target $TAVLIN_MACOS_DEPLOYMENT)"
 else
   echo "macOS type check: FAILED" >&2
 fi

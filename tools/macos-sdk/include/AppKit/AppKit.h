@@ -13,7 +13,8 @@ typedef NS_ENUM(NSInteger, NSApplicationActivationPolicy){
 
 typedef NS_OPTIONS(NSUInteger, NSApplicationActivationOptions){
     NSApplicationActivateAllWindows = 1 << 0,
-    NSApplicationActivateIgnoringOtherApps = 1 << 1,
+    NSApplicationActivateIgnoringOtherApps TAVLIN_DEPRECATED_MACOS_14_0(
+        "ignoringOtherApps is deprecated in macOS 14 and will have no effect.") = 1 << 1,
 };
 
 typedef int pid_t;
@@ -50,7 +51,9 @@ typedef int pid_t;
 - (void)run;
 - (void)stop:(nullable id)sender;
 - (void)terminate:(nullable id)sender;
-- (void)activateIgnoringOtherApps:(BOOL)flag;
+- (void)activateIgnoringOtherApps:(BOOL)flag
+    API_AVAILABLE(macos(10.0)) TAVLIN_DEPRECATED_MACOS_14_0("Use NSApp.activate instead.");
+- (void)activate API_AVAILABLE(macos(14.0));
 @end
 
 typedef NSInteger NSControlStateValue;

@@ -107,12 +107,12 @@ CGEventRef CGEventCreateMouseEvent(CGEventSourceRef source, CGEventType mouseTyp
                                    CGMouseButton mouseButton);
 CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtualKey, bool keyDown);
 CGEventRef CGEventCreateScrollWheelEvent2(CGEventSourceRef source, CGScrollEventUnit units, uint32_t wheelCount,
-                                          int32_t wheel1, int32_t wheel2, int32_t wheel3);
+                                          int32_t wheel1, int32_t wheel2, int32_t wheel3) API_AVAILABLE(macos(10.13));
 void CGEventKeyboardSetUnicodeString(CGEventRef event, UniCharCount stringLength, const UniChar* unicodeString);
 void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
 void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, int64_t value);
 void CGEventPost(CGEventTapLocation tap, CGEventRef event);
-void CGEventPostToPid(pid_t pid, CGEventRef event);
+void CGEventPostToPid(pid_t pid, CGEventRef event) API_AVAILABLE(macos(10.11));
 CGError CGWarpMouseCursorPosition(CGPoint newCursorPosition);
 
 // HIServices: AXError.h
@@ -158,7 +158,7 @@ typedef CF_OPTIONS(UInt32, AXCopyMultipleAttributeOptions){
 extern CFStringRef kAXTrustedCheckOptionPrompt;
 
 Boolean AXIsProcessTrusted(void);
-Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef options) API_AVAILABLE(macos(10.9));
 CFTypeID AXUIElementGetTypeID(void);
 AXUIElementRef AXUIElementCreateApplication(pid_t pid);
 AXUIElementRef AXUIElementCreateSystemWide(void);

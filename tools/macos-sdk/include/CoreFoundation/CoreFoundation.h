@@ -1,6 +1,7 @@
 // Declaration-only stand-in for Apple's CoreFoundation headers: exactly the names the
 // macOS adapter uses, with Apple's signatures, for `clang++ -fsyntax-only` on Linux.
 #pragma once
+#include <os/availability.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -138,7 +139,7 @@ typedef CF_ENUM(CFIndex, CFURLPathStyle){
 };
 CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle);
 typedef struct __CFError* CFErrorRef;
-CFURLRef CFURLCreateFilePathURL(CFAllocatorRef allocator, CFURLRef url, CFErrorRef* error);  // 10.6
+CFURLRef CFURLCreateFilePathURL(CFAllocatorRef allocator, CFURLRef url, CFErrorRef* error) API_AVAILABLE(macos(10.6));
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const uint8_t* buffer, CFIndex bufLen,
                                                  Boolean isDirectory);
 

@@ -33,9 +33,6 @@ __attribute__((objc_root_class))
 @property(readonly) NSUInteger length;
 @end
 
-// os/availability.h: API_AVAILABLE(macos(12.3)).
-#define __API_AVAILABLE_PLATFORM_macos(x) macos, introduced = x
-#define API_AVAILABLE(p) __attribute__((availability(__API_AVAILABLE_PLATFORM_##p)))
 
 typedef struct {
   unsigned long state;

@@ -81,7 +81,16 @@ void MacStatusBar::run(const platform::StatusMenu& menu, bool showWindow) {
     window.releasedWhenClosed = NO;
     [window center];
     [window makeKeyAndOrderFront:nil];
-    [app activateIgnoringOtherApps:YES];
+    // From macOS 14 the activation is a request the system weighs; the older call is
+    // deprecated there (and its "ignoring other apps" has no effect any more).
+    if (@available(macOS 14.0, *)) {
+      [app activate];
+    } else {
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+      [app activateIgnoringOtherApps:YES];
+#pragma clang diagnostic pop
+    }
   }
   [app run];
   current.reset();

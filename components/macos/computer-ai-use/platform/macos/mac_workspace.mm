@@ -44,6 +44,18 @@ bool MacWorkspace::unhide(int32_t pid) {
   }
 }
 
+// -[NSRunningApplication activateWithOptions:] is the call the tool makes, as before
+// macOS 14. From macOS 14 activation is cooperative: the call is a request, which the
+// system may refuse when the calling process is not the active one (a command-line
+// tool rarely is), and NSApplicationActivateIgnoringOtherApps is deprecated and has no
+// effect ("ignoringOtherApps is deprecated in macOS 14 and will have no effect",
+// AppKit's NSRunningApplication.h; Apple's "Passing control from one app to another
+// with cooperative activation"). The result is therefore only an acceptance, which is
+// why the core waits for the application to become frontmost before it reports
+// success. A fallback on macOS 14 would be -[NSRunningApplication
+// activateFromApplication:options:] with the current frontmost application after it
+// called -[NSApplication yieldActivationToApplication:], which only that application
+// can do; so the request stays the one call.
 bool MacWorkspace::activate(int32_t pid, uint64_t options) {
   @autoreleasepool {
     NSRunningApplication* app = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
