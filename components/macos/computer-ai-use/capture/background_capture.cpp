@@ -403,4 +403,19 @@ int runBackgroundWindowCaptureHost(const runtime::ProcessValues& values, platfor
   }
 }
 
+int runImageSizeDiagnostic(platform::Platform& platform, runtime::Output& output,
+                           const std::vector<std::string>& arguments) {
+  if (arguments.size() != 1) {
+    output.standardError("usage: __image-size PATH\n");
+    return 1;
+  }
+  std::optional<platform::PixelSize> size = platform.screenCapture().imagePixelSize(arguments[0]);
+  if (!size) {
+    output.standardError(common::escapingLineBreaks("not an image with a pixel size: " + arguments[0]) + "\n");
+    return 1;
+  }
+  output.standardOutput(std::to_string(size->width) + " " + std::to_string(size->height) + "\n");
+  return 0;
+}
+
 }  // namespace tavlin::capture

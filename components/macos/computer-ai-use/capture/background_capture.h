@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "runtime/output.h"
 #include "runtime/process_values.h"
 
 namespace tavlin::capture {
@@ -67,6 +68,12 @@ std::vector<std::string> bwcListWindows(CaptureContext& c, const BWCOptions& opt
 void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout);
 void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, const std::string& path);
 BWCCommandOutput bwcExecuteCommand(CaptureContext& c, const std::vector<std::string>& arguments);
+
+// "__image-size PATH": the pixel size of an image file as the platform's image reader
+// sees it ("WIDTH HEIGHT"), a check of that reader that needs no permission. Exit 1
+// with one line when the file is not an image.
+int runImageSizeDiagnostic(platform::Platform& platform, runtime::Output& output,
+                           const std::vector<std::string>& arguments);
 
 // The mode: `arguments` starts with "background-window-capture". Prints the command's
 // lines and returns the exit status (1 with "background-window-capture: <message>").

@@ -65,8 +65,8 @@ bool postKeyCode(platform::Platform& p, uint16_t code, uint64_t flags) {
   auto down = p.events().createKeyboardEvent(code, true);
   auto up = p.events().createKeyboardEvent(code, false);
   if (!down || !up) return false;
-  down->flags = flags;
-  up->flags = flags;
+  p.events().setFlags(*down, flags);
+  p.events().setFlags(*up, flags);
   p.events().post(platform::EventTap::hid, *down);
   p.clock().sleep(0.03);
   p.events().post(platform::EventTap::hid, *up);

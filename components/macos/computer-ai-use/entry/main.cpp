@@ -94,6 +94,11 @@ int main(int argc, char** argv) {
       int status = record::runDesktopRecorder(values, *platform, output, rest);
       entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
     }
+    case entry::Mode::imageSize: {
+      runtime::BufferedOutput output;
+      int status = capture::runImageSizeDiagnostic(*platform, output, rest);
+      entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
+    }
     case entry::Mode::mcpServer:
       entry::finish(mcp::runMcpServer(values, *platform, entry::dispatchAgentCommand), values, *platform);
     case entry::Mode::agentTool:

@@ -11,6 +11,7 @@ Mode selectMode(const std::vector<std::string>& arguments) {
   if (word == "__clicker") return Mode::clicker;
   if (word == "__mcp") return Mode::mcpServer;
   if (word == "__record-desktop") return Mode::recordDesktop;
+  if (word == "__image-size") return Mode::imageSize;
   return Mode::agentTool;
 }
 

@@ -12,6 +12,7 @@ enum class Mode {
   clicker,                  // "__clicker"
   mcpServer,                // "__mcp"
   recordDesktop,            // "__record-desktop"
+  imageSize,                // "__image-size"
   agentTool,                // anything else
 };
 

@@ -83,8 +83,8 @@ void postMouseClick(platform::Platform& platform, Point at, MouseButton button, 
     auto up = events.createMouseEvent(mouseType(button, false), at, mouseButtonCode(button));
     if (!down || !up) throw cli::ToolError("Could not create mouse events");
     // States 1, 2, 3... as hardware reports a double or triple click.
-    down->clickState = n;
-    up->clickState = n;
+    events.setClickState(*down, n);
+    events.setClickState(*up, n);
     events.post(EventTap::hid, *down);
     clock.sleep(0.03);
     events.post(EventTap::hid, *up);
@@ -120,7 +120,7 @@ void postUnicodeText(platform::Platform& platform, const std::string& text) {
     for (bool keyDown : {true, false}) {
       auto event = events.createKeyboardEvent(0, keyDown);
       if (!event) throw cli::ToolError("Could not create keyboard event");
-      event->unicodeString = character;
+      events.setUnicodeString(*event, character);
       events.post(EventTap::hid, *event);
     }
     platform.clock().sleep(0.01);
@@ -158,7 +158,7 @@ void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables
     auto it = tables.modifierKeyCodes.find(lookupName(m));
     if (it == tables.modifierKeyCodes.end()) return;
     if (auto event = events.createKeyboardEvent(it->second, keyDown)) {
-      event->flags = flags;
+      events.setFlags(*event, flags);
       events.post(EventTap::hid, *event);
     }
     clock.sleep(0.01);
@@ -169,8 +169,8 @@ void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables
     auto down = events.createKeyboardEvent(*code, true);
     auto up = events.createKeyboardEvent(*code, false);
     if (!down || !up) throw cli::ToolError("Could not create key events for " + spec);
-    down->flags = flags;
-    up->flags = flags;
+    events.setFlags(*down, flags);
+    events.setFlags(*up, flags);
     events.post(EventTap::hid, *down);
     clock.sleep(0.03);
     events.post(EventTap::hid, *up);
@@ -187,8 +187,8 @@ void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t code,
                        const std::optional<std::string>& unicodeText) {
   auto event = platform.events().createKeyboardEvent(code, keyDown);
   if (!event) throw cli::ToolError("Could not create pid-targeted key event");
-  event->flags = flags;
-  if (unicodeText) event->unicodeString = utf16(*unicodeText);
+  platform.events().setFlags(*event, flags);
+  if (unicodeText) platform.events().setUnicodeString(*event, utf16(*unicodeText));
   platform.events().postToPid(pid, *event);
 }
 
@@ -207,8 +207,8 @@ void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::
     for (bool keyDown : {true, false}) {
       auto event = events.createKeyboardEvent(0, keyDown);
       if (!event) throw cli::ToolError("Could not create pid-targeted key event");
-      event->flags = 0;
-      event->unicodeString = scalar;
+      events.setFlags(*event, 0);
+      events.setUnicodeString(*event, scalar);
       events.postToPid(pid, *event);
       platform.clock().sleep(keyDown ? 0.02 : 0.01);
     }
@@ -221,8 +221,8 @@ void postMouseClickToPid(platform::Platform& platform, int32_t pid, Point at, in
   auto down = events.createMouseEvent(EventType::leftMouseDown, at, platform::MouseButtonCode::left);
   auto up = events.createMouseEvent(EventType::leftMouseUp, at, platform::MouseButtonCode::left);
   if (!down || !up) throw cli::ToolError("Could not create pid-targeted mouse events");
-  down->clickState = clickState;
-  up->clickState = clickState;
+  events.setClickState(*down, clickState);
+  events.setClickState(*up, clickState);
   events.postToPid(pid, *down);
   platform.clock().sleep(0.04);
   events.postToPid(pid, *up);

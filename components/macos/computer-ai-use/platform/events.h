@@ -51,6 +51,12 @@ inline constexpr uint64_t secondaryFn = 0x800000;
 inline constexpr uint64_t nonCoalesced = 0x100;
 }  // namespace eventflags
 
+// Adapter-owned state behind an event.
+class NativeEvent {
+ public:
+  virtual ~NativeEvent() = default;
+};
+
 struct Event {
   EventType type = EventType::null;
   // Mouse events
@@ -67,8 +73,9 @@ struct Event {
   int32_t wheel1 = 0, wheel2 = 0, wheel3 = 0;
   // All events
   std::optional<uint64_t> flags;  // CGEventSetFlags, when set
-  // The adapter's own event object, if it made one at creation.
-  std::shared_ptr<const void> native;
+  // The adapter's own event object, if it made one at creation: the one that is posted.
+  // Copies of an event share it.
+  std::shared_ptr<const NativeEvent> native;
 };
 
 class Events {
@@ -80,11 +87,33 @@ class Events {
   virtual std::optional<Event> createKeyboardEvent(uint16_t keyCode, bool keyDown) = 0;
   virtual std::optional<Event> createScrollWheelEvent(ScrollUnit unit, uint32_t wheelCount, int32_t wheel1,
                                                       int32_t wheel2, int32_t wheel3) = 0;
+  // Changes of a created event go through the port, so that the adapter's own event
+  // object, the one posted, changes with the neutral fields.
+  void setClickState(Event& event, int64_t clickState) {
+    event.clickState = clickState;
+    applyClickState(event, clickState);
+  }
+  void setFlags(Event& event, uint64_t flags) {
+    event.flags = flags;
+    applyFlags(event, flags);
+  }
+  void setUnicodeString(Event& event, const std::u16string& text) {
+    event.unicodeString = text;
+    applyUnicodeString(event, text);
+  }
+
   virtual void post(EventTap tap, const Event& event) = 0;
   virtual void postToPid(int32_t pid, const Event& event) = 0;
   // Moves the cursor without posting an event. False when the system refused.
   virtual bool warpMouseCursor(Point point) = 0;
   virtual Point pointerLocation() = 0;
+
+ protected:
+  // kCGMouseEventClickState, CGEventSetFlags, CGEventKeyboardSetUnicodeString on the
+  // adapter's own event; nothing for an adapter that keeps none.
+  virtual void applyClickState(Event&, int64_t) {}
+  virtual void applyFlags(Event&, uint64_t) {}
+  virtual void applyUnicodeString(Event&, const std::u16string&) {}
 };
 
 }  // namespace tavlin::platform

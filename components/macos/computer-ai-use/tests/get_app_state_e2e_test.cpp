@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
+
 #include "common/files.h"
 #include "test_support.h"
 
@@ -185,4 +187,19 @@ TEST(GetAppState, UnansweringApplicationEndsInBoundedTime) {
   run = d.run({"get-app-state", "--app", "Hung"}, {{"TAVLIN_AX_TIMEOUT", "soon"}});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "TAVLIN_AX_TIMEOUT must be a number of seconds above 0 and at most 600, not soon\n");
+}
+
+TEST(ImageSize, ReadsTheScreenshotsPixelSizeAndRefusesWhatIsNoImage) {
+  Desktop d(readText(exampleDesktop));
+  ToolRun json = d.run({"get-app-state", "--app", "Scribe", "--format", "json"});
+  ASSERT_EQ(json.status, 0) << json.err;
+  std::string path = replaceAll(nlohmann::json::parse(json.out)["screenshotPath"].get<std::string>(), "$TMP",
+                                d.dir.path());
+  ToolRun size = d.run({"__image-size", path});
+  EXPECT_EQ(size.status, 0) << size.err;
+  EXPECT_EQ(size.out, "900 640\n");
+  ToolRun notImage = d.run({"__image-size", d.path});
+  EXPECT_EQ(notImage.status, 1);
+  EXPECT_EQ(notImage.err, "not an image with a pixel size: " + d.path + "\n");
+  EXPECT_EQ(d.run({"__image-size"}).err, "usage: __image-size PATH\n");
 }

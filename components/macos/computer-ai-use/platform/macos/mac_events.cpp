@@ -2,6 +2,8 @@
 
 #include <ApplicationServices/ApplicationServices.h>
 
+#include <memory>
+
 #include "platform/macos/cf_handle.h"
 
 namespace tavlin::macos {
@@ -10,24 +12,22 @@ using platform::Event;
 
 namespace {
 
-// The created CGEvent rides along in the neutral event until it is posted.
+struct MacNativeEvent final : platform::NativeEvent {
+  explicit MacNativeEvent(CFHandle<CGEventRef> e) : event(std::move(e)) {}
+  CFHandle<CGEventRef> event;
+};
+
 std::optional<Event> adopt(CGEventRef created, Event event) {
-  if (!created) return std::nullopt;
-  event.native = std::shared_ptr<const void>(created, [](const void* e) { CFRelease(e); });
+  auto handle = CFHandle<CGEventRef>::adopt(created);
+  if (!handle) return std::nullopt;
+  event.native = std::make_shared<MacNativeEvent>(std::move(handle));
   return event;
 }
 
-// Applies the fields the core set after creation, and returns the event to post.
-CGEventRef prepared(const Event& event) {
-  auto ref = static_cast<CGEventRef>(const_cast<void*>(event.native.get()));
-  if (!ref) return nullptr;
-  if (event.clickState) CGEventSetIntegerValueField(ref, kCGMouseEventClickState, *event.clickState);
-  if (event.flags) CGEventSetFlags(ref, *event.flags);
-  if (event.unicodeString) {
-    CGEventKeyboardSetUnicodeString(ref, event.unicodeString->size(),
-                                    reinterpret_cast<const UniChar*>(event.unicodeString->data()));
-  }
-  return ref;
+// The event's CGEvent, absent for an event this adapter did not create.
+CGEventRef cgEvent(const Event& event) {
+  const auto* native = dynamic_cast<const MacNativeEvent*>(event.native.get());
+  return native ? native->event.get() : nullptr;
 }
 
 }  // namespace
@@ -65,12 +65,26 @@ std::optional<Event> MacEvents::createScrollWheelEvent(platform::ScrollUnit unit
                event);
 }
 
+void MacEvents::applyClickState(Event& event, int64_t clickState) {
+  if (CGEventRef ref = cgEvent(event)) CGEventSetIntegerValueField(ref, kCGMouseEventClickState, clickState);
+}
+
+void MacEvents::applyFlags(Event& event, uint64_t flags) {
+  if (CGEventRef ref = cgEvent(event)) CGEventSetFlags(ref, flags);
+}
+
+void MacEvents::applyUnicodeString(Event& event, const std::u16string& text) {
+  if (CGEventRef ref = cgEvent(event)) {
+    CGEventKeyboardSetUnicodeString(ref, text.size(), reinterpret_cast<const UniChar*>(text.data()));
+  }
+}
+
 void MacEvents::post(platform::EventTap tap, const Event& event) {
-  if (CGEventRef ref = prepared(event)) CGEventPost(static_cast<CGEventTapLocation>(tap), ref);
+  if (CGEventRef ref = cgEvent(event)) CGEventPost(static_cast<CGEventTapLocation>(tap), ref);
 }
 
 void MacEvents::postToPid(int32_t pid, const Event& event) {
-  if (CGEventRef ref = prepared(event)) CGEventPostToPid(pid, ref);
+  if (CGEventRef ref = cgEvent(event)) CGEventPostToPid(pid, ref);
 }
 
 bool MacEvents::warpMouseCursor(platform::Point point) {

@@ -1,6 +1,8 @@
 #pragma once
 // The events port over Quartz event services. Events are created with no event source,
-// as the tool always does, and kept until they are posted.
+// as the tool always does. The CGEvent, owned by the neutral event, is the single
+// source of truth: every change the core makes is made to it through the port, and it
+// is posted as it stands.
 #include "platform/events.h"
 
 namespace tavlin::macos {
@@ -16,6 +18,11 @@ class MacEvents final : public platform::Events {
   void postToPid(int32_t pid, const platform::Event& event) override;
   bool warpMouseCursor(platform::Point point) override;
   platform::Point pointerLocation() override;
+
+ protected:
+  void applyClickState(platform::Event& event, int64_t clickState) override;
+  void applyFlags(platform::Event& event, uint64_t flags) override;
+  void applyUnicodeString(platform::Event& event, const std::u16string& text) override;
 };
 
 }  // namespace tavlin::macos
