@@ -17,7 +17,8 @@ while [ "$#" -gt 0 ]; do
     *) targets+=("$1"); shift ;;
   esac
 done
-all=(command_line key_spec desktop_file cached_state release_file capture_options path_anchoring json_round_trip)
+all=(command_line key_spec desktop_file cached_state release_file capture_options path_anchoring json_round_trip
+     desktop_recording)
 [ "${#targets[@]}" -gt 0 ] || targets=("${all[@]}")
 
 generator=()
