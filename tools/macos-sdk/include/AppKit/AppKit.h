@@ -19,6 +19,7 @@ typedef NS_OPTIONS(NSUInteger, NSApplicationActivationOptions){
 
 typedef int pid_t;
 
+API_AVAILABLE(macos(10.6))
 @interface NSRunningApplication : NSObject
 @property(readonly, getter=isTerminated) BOOL terminated;
 @property(readonly, getter=isHidden) BOOL hidden;
@@ -35,8 +36,8 @@ typedef int pid_t;
 
 @interface NSWorkspace : NSObject
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
-@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
-@property(nullable, readonly, strong) NSRunningApplication* frontmostApplication;
+@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications API_AVAILABLE(macos(10.6));
+@property(nullable, readonly, strong) NSRunningApplication* frontmostApplication API_AVAILABLE(macos(10.7));
 @end
 
 // The menu-bar item, its menu and the application object.
@@ -123,7 +124,7 @@ typedef CGRect NSRect;
 @interface NSScreen : NSObject
 @property(class, readonly, copy) NSArray<NSScreen*>* screens;
 @property(readonly) NSRect frame;
-@property(readonly) CGFloat backingScaleFactor;
+@property(readonly) CGFloat backingScaleFactor API_AVAILABLE(macos(10.7));
 @end
 
 NS_ASSUME_NONNULL_END

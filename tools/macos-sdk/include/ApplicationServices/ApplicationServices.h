@@ -34,7 +34,7 @@ typedef CF_OPTIONS(uint32_t, CGWindowListOption){
     kCGWindowListOptionIncludingWindow = (1 << 3),
     kCGWindowListExcludeDesktopElements = (1 << 4),
 };
-CFArrayRef CGWindowListCopyWindowInfo(CGWindowListOption option, CGWindowID relativeToWindow);
+CFArrayRef CGWindowListCopyWindowInfo(CGWindowListOption option, CGWindowID relativeToWindow) API_AVAILABLE(macos(10.5));
 extern const CFStringRef kCGWindowNumber;
 extern const CFStringRef kCGWindowLayer;
 extern const CFStringRef kCGWindowBounds;
@@ -43,7 +43,7 @@ extern const CFStringRef kCGWindowOwnerName;
 extern const CFStringRef kCGWindowName;
 extern const CFStringRef kCGWindowIsOnscreen;
 extern const CFStringRef kCGWindowAlpha;
-bool CGRectMakeWithDictionaryRepresentation(CFDictionaryRef dict, CGRect* rect);
+bool CGRectMakeWithDictionaryRepresentation(CFDictionaryRef dict, CGRect* rect) API_AVAILABLE(macos(10.5));
 
 // CoreGraphics: CGError.h, CGEventTypes.h, CGEvent.h, CGRemoteOperation.h
 typedef CF_ENUM(int32_t, CGError){
@@ -101,17 +101,17 @@ typedef CF_OPTIONS(uint64_t, CGEventFlags){
     kCGEventFlagMaskSecondaryFn = 0x00800000,
     kCGEventFlagMaskNonCoalesced = 0x00000100,
 };
-CGEventRef CGEventCreate(CGEventSourceRef source);
-CGPoint CGEventGetLocation(CGEventRef event);
+CGEventRef CGEventCreate(CGEventSourceRef source) API_AVAILABLE(macos(10.4));
+CGPoint CGEventGetLocation(CGEventRef event) API_AVAILABLE(macos(10.4));
 CGEventRef CGEventCreateMouseEvent(CGEventSourceRef source, CGEventType mouseType, CGPoint mouseCursorPosition,
-                                   CGMouseButton mouseButton);
-CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtualKey, bool keyDown);
+                                   CGMouseButton mouseButton) API_AVAILABLE(macos(10.4));
+CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtualKey, bool keyDown) API_AVAILABLE(macos(10.4));
 CGEventRef CGEventCreateScrollWheelEvent2(CGEventSourceRef source, CGScrollEventUnit units, uint32_t wheelCount,
                                           int32_t wheel1, int32_t wheel2, int32_t wheel3) API_AVAILABLE(macos(10.13));
-void CGEventKeyboardSetUnicodeString(CGEventRef event, UniCharCount stringLength, const UniChar* unicodeString);
-void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
-void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, int64_t value);
-void CGEventPost(CGEventTapLocation tap, CGEventRef event);
+void CGEventKeyboardSetUnicodeString(CGEventRef event, UniCharCount stringLength, const UniChar* unicodeString) API_AVAILABLE(macos(10.4));
+void CGEventSetFlags(CGEventRef event, CGEventFlags flags) API_AVAILABLE(macos(10.4));
+void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, int64_t value) API_AVAILABLE(macos(10.4));
+void CGEventPost(CGEventTapLocation tap, CGEventRef event) API_AVAILABLE(macos(10.4));
 void CGEventPostToPid(pid_t pid, CGEventRef event) API_AVAILABLE(macos(10.11));
 CGError CGWarpMouseCursorPosition(CGPoint newCursorPosition);
 
