@@ -637,7 +637,9 @@ Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform
       // An application that never answered is recorded as one; one whose element is
       // not valid (it has gone) has no tree.
       if (appNode.callError == AXError::cannotComplete) {
+        // Its application element stays, so that every call to it waits and fails.
         j["responds"] = false;
+        j["ui"] = ordered_json::object();
       } else if (appNode.callError != AXError::invalidUIElement) {
         Writer writer(recorder, options);
         j["ui"] = writer.applicationElement();

@@ -194,6 +194,25 @@ TEST(DesktopRecorder, KeepsWhatTheWalkCannotSee) {
   EXPECT_EQ(st.st_mode & 0777, 0600u);  // it may hold what the user typed
 }
 
+TEST(DesktopRecorder, AnApplicationThatDoesNotAnswerIsRecordedAsOne) {
+  Replay r;
+  std::string silent = replaceAll(trickyDesktop, R"("activationPolicy": "regular",)",
+                                  R"("activationPolicy": "regular", "responds": false,)");
+  writeText(r.dir.file("original.json"), silent);
+  ToolRun run = r.record("original.json", "Tricky", "recording.json");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("Recorded 1 elements of Tricky"), std::string::npos) << run.err;
+  auto file = nlohmann::json::parse(readText(r.dir.file("recording.json")));
+  EXPECT_EQ(file["apps"][1]["responds"], false);
+  EXPECT_EQ(file["apps"][1]["ui"], nlohmann::json::object());
+  writeText(r.dir.file("a.json"), silent);
+  ToolRun original = r.on("a.json", {"get-app-state", "--app", "Tricky", "--format", "json"});
+  ToolRun replayed = r.on("recording.json", {"get-app-state", "--app", "Tricky", "--format", "json"});
+  EXPECT_EQ(replayed.status, original.status);
+  EXPECT_EQ(replayed.out, original.out);
+  EXPECT_EQ(replayed.err, original.err);
+}
+
 TEST(DesktopRecorder, OneWindowKeepsTheOthersWithoutTheirContents) {
   Replay r;
   writeText(r.dir.file("original.json"), trickyDesktop);
