@@ -1,18 +1,14 @@
 #include "record/desktop_recorder.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <map>
 #include <set>
 #include <unordered_map>
 
 #include "apps/app_targeting.h"
-#include "cli/arguments.h"
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
-#include "common/files.h"
 #include "common/unicode.h"
 #include "platform/desktop_file_format.h"
 #include "snapshot/ax_access.h"
@@ -502,64 +498,6 @@ const char* policyName(platform::ActivationPolicy policy) {
   return "regular";
 }
 
-bool scalar(const ordered_json& j) { return !j.is_structured(); }
-// A scalar, or a one-key object of a scalar ({"ref": "e1"}).
-bool small(const ordered_json& j) { return scalar(j) || (j.is_object() && j.size() == 1 && scalar(j.begin().value())); }
-bool flat(const ordered_json& j) {
-  if (scalar(j)) return true;
-  if (j.is_array()) return std::all_of(j.begin(), j.end(), scalar) || (j.size() <= 8 && std::all_of(j.begin(), j.end(), small));
-  return j.size() == 1 && (small(j) || (j.begin().value().is_array() && std::all_of(j.begin().value().begin(),
-                                                                                     j.begin().value().end(), scalar)));
-}
-
-std::string scalarText(const ordered_json& j) {
-  return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-// Indented like a hand-written desktop file: points, sizes, references and lists of
-// names stay on one line.
-void layOutJson(const ordered_json& j, std::string& out, size_t indent) {
-  if (scalar(j)) {
-    out += scalarText(j);
-    return;
-  }
-  if (j.empty()) {
-    out += j.is_array() ? "[]" : "{}";
-    return;
-  }
-  if (flat(j)) {
-    if (j.is_array()) {
-      out += "[";
-      for (size_t i = 0; i < j.size(); ++i) {
-        out += i ? ", " : "";
-        layOutJson(j[i], out, indent);
-      }
-      out += "]";
-    } else {
-      out += "{" + scalarText(ordered_json(j.begin().key())) + ": ";
-      layOutJson(j.begin().value(), out, indent);
-      out += "}";
-    }
-    return;
-  }
-  std::string inner(indent + 2, ' ');
-  out += j.is_array() ? "[\n" : "{\n";
-  bool first = true;
-  for (auto it = j.begin(); it != j.end(); ++it) {
-    out += first ? "" : ",\n";
-    first = false;
-    out += inner;
-    if (j.is_object()) out += scalarText(ordered_json(it.key())) + ": ";
-    layOutJson(it.value(), out, indent + 2);
-  }
-  out += "\n" + std::string(indent, ' ') + (j.is_array() ? "]" : "}");
-}
-
-[[noreturn]] void usageError(const std::string& message) {
-  throw cli::ToolError::multiline("tavlin-record: " + common::escapingLineBreaks(message) + "\n" +
-                                  recorderUsageText());
-}
-
 }  // namespace
 
 std::string redactedText(const std::string& text) {
@@ -651,89 +589,6 @@ Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform
   desktop["windows"] = windowsOf(platform, running, options.redact);
   recording.desktop = std::move(desktop);
   return recording;
-}
-
-std::string desktopText(const nlohmann::ordered_json& desktop) {
-  std::string out;
-  layOutJson(desktop, out, 0);
-  return out + "\n";
-}
-
-std::string recorderUsageText() {
-  return "Usage: tavlin-record --app APP [--window-id ID] [--title-contains TEXT] [--out FILE] "
-         "[--max-elements N] [--redact]\n"
-         "Writes a desktop file of APP and the desktop around it (docs/recording.md).\n"
-         "  --out FILE          write to FILE (mode 0600) instead of standard output\n"
-         "  --max-elements N    stop after N elements (default " +
-         std::to_string(defaultMaxElements) +
-         ")\n"
-         "  --redact            replace every text value and title with a placeholder of the same length\n";
-}
-
-int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform& platform, runtime::Output& output,
-                       const std::vector<std::string>& arguments) {
-  try {
-    RecordOptions options;
-    std::optional<std::string> out;
-    bool haveApp = false;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-      const std::string& a = arguments[i];
-      if (a == "help" || a == "-h" || a == "--help") {
-        output.standardOutput(recorderUsageText());
-        return 0;
-      }
-      if (a == "--redact") {
-        options.redact = true;
-        continue;
-      }
-      if (a != "--app" && a != "--window-id" && a != "--title-contains" && a != "--out" && a != "--max-elements") {
-        usageError("unknown option " + a);
-      }
-      if (i + 1 >= arguments.size()) usageError(a + " needs a value");
-      const std::string& v = arguments[++i];
-      if (a == "--app") {
-        options.app = v;
-        haveApp = true;
-      } else if (a == "--window-id") {
-        auto id = cli::parseUInt32(v);
-        if (!id) usageError("--window-id must be a window number, not " + v);
-        options.windowID = *id;
-      } else if (a == "--title-contains") {
-        options.titleContains = v;
-      } else if (a == "--out") {
-        if (v.empty()) usageError("--out needs a file name");
-        out = v;
-      } else {
-        auto n = cli::parseInt64(v);
-        if (!n || *n < 1 || *n > 10000000) usageError("--max-elements must be from 1 to 10000000, not " + v);
-        options.maxElements = static_cast<size_t>(*n);
-      }
-    }
-    if (!haveApp) usageError("--app is required");
-    Recording recording = recordDesktop(values, platform, options);
-    std::string text = desktopText(recording.desktop);
-    std::string summary = "Recorded " + std::to_string(recording.elements) + " elements of " + options.app;
-    if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
-    if (out) {
-      if (!common::writeFileAtomically(*out, text, 0600)) {
-        throw cli::ToolError("tavlin-record: cannot write " + *out + " (" + std::strerror(errno) + ")");
-      }
-      output.standardError(summary + " to " + *out + "\n");
-    } else {
-      output.standardOutput(text);
-      output.standardError(summary + "\n");
-    }
-    return 0;
-  } catch (const cli::ToolError& error) {
-    std::string message = error.keepsLineBreaks ? error.description : common::escapingLineBreaks(error.description);
-    if (!message.ends_with("\n")) message += "\n";
-    output.standardError(message);
-  } catch (const std::bad_alloc&) {
-    output.standardError("Out of memory\n");
-  } catch (const std::exception& error) {
-    output.standardError(common::escapingLineBreaks(error.what()) + "\n");
-  }
-  return 1;
 }
 
 }  // namespace tavlin::record
