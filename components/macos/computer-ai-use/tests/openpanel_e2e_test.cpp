@@ -206,6 +206,32 @@ TEST(OpenPanel, FaultsEndInBoundedTimeOrTheFallback) {
   EXPECT_EQ(field(run.out, "strategy"), "\"ax-hierarchy\"");
 }
 
+TEST(OpenPanel, AWrongTurnGoesBackToTheAnchor) {
+  PanelKind kind{"sheet", "en", "list"};
+  // The first folder opened shows another one: the path route steps back with Cmd+[ to
+  // the folder it started from, and the go-to-folder sheet reaches the file.
+  PanelDesktop path(kind, R"(, "wrongTurns": 1)");
+  std::string report = path.files.file("root/Alpha Dir/b/\xC3\xA7/Report.pdf");
+  ToolRun run = path.run({"choose-open-panel-path", "--app", "Editor", "--path", report});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(field(run.out, "strategy"), "\"go-to-folder-sheet\"");
+  EXPECT_EQ(path.panelEvents(), "pid:7 open-panel-show folder=" + path.files.file("root/Apps") + "\n" +
+                                    "pid:7 open-panel-show folder=" + path.files.file("root") + "\n" +
+                                    "pid:7 open-panel-show folder=\"" + path.files.file("root/Alpha Dir/b/\xC3\xA7") +
+                                    "\"\n" + "pid:7 open-panel-chose path=\"" + report + "\"\n");
+  EXPECT_NE(path.events().find("pid:7 key-down keyCode=33 flags=0x100000"), std::string::npos) << path.events();
+
+  // The bundle route has no fallback: it fails with its own error, back at the anchor.
+  PanelDesktop bundle(kind, R"(, "wrongTurns": 1)");
+  run = bundle.run({"choose-open-panel-bundle", "--app", "Editor", "--path", bundle.files.file("root/Apps/Tool.app")});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  std::string panelEvents = bundle.panelEvents();
+  EXPECT_EQ(panelEvents.substr(panelEvents.rfind("pid:7")),
+            "pid:7 open-panel-show folder=" + bundle.files.file("root") + "\n")
+      << panelEvents;
+}
+
 TEST(OpenPanel, CyclicAndUnresponsiveTreesEndInBoundedTime) {
   // A tree whose window lists its application as a child: the walk must end.
   DesktopFixture cyclic(R"({"tavlinDesktop": 1, "apps": [{"pid": 3, "name": "Loop", "ui": {"id": "app",

@@ -238,6 +238,8 @@ class SimDesktop {
   void panelShow(size_t panel, const std::string& folder, const std::optional<std::string>& selection,
                  bool remember = true);
   void panelConfirm(size_t panel);
+  // Opening a folder entry: shows it, or another folder while wrong turns are due.
+  void panelOpenFolder(size_t panel, const std::string& folder);
   bool panelChooseEnabled(const PanelSlot& slot) const;
   std::vector<PanelSlot> panels_;
   size_t staticElements_ = 0;

@@ -678,7 +678,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   p.object(json, where);
   p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
                             "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "buttonStateLags",
-                            "entriesDelay", "state"});
+                            "entriesDelay", "wrongTurns", "state"});
   if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
   PanelSlot slot;
   slot.jsonPointer = pointer;
@@ -712,6 +712,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   flag("neverCloses", c.neverCloses);
   flag("buttonStateLags", c.buttonStateLags);
   if (auto it = json.find("entriesDelay"); it != json.end()) c.entriesDelay = boundedSeconds(p, *it, where + ".entriesDelay");
+  if (auto it = json.find("wrongTurns"); it != json.end()) c.wrongTurns = p.integer(*it, where + ".wrongTurns", 0, 1000);
   auto folder = json.find("folder");
   if (folder == json.end()) p.fail(where, "missing \"folder\" (the folder the panel shows)");
   slot.state.folder = p.string(*folder, where + ".folder");
@@ -729,7 +730,8 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   if (auto it = json.find("state"); it != json.end()) {
     // Written by the tool: where the panel is now.
     p.object(*it, where + ".state");
-    p.allowKeys(*it, where + ".state", {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt"});
+    p.allowKeys(*it, where + ".state",
+                {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt", "wrongTurnsTaken"});
     SimOpenPanelState& s = slot.state;
     if (auto v = it->find("folder"); v != it->end()) s.folder = p.string(*v, where + ".state.folder");
     if (auto v = it->find("selection"); v != it->end() && !v->is_null()) s.selection = p.string(*v, where + ".state.selection");
@@ -737,6 +739,9 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
     if (auto v = it->find("history"); v != it->end()) s.history = p.strings(*v, where + ".state.history");
     if (auto v = it->find("open"); v != it->end()) s.open = p.boolean(*v, where + ".state.open");
     if (auto v = it->find("chosen"); v != it->end() && !v->is_null()) s.chosen = p.string(*v, where + ".state.chosen");
+    if (auto v = it->find("wrongTurnsTaken"); v != it->end()) {
+      s.wrongTurnsTaken = p.integer(*v, where + ".state.wrongTurnsTaken", 0, 1000);
+    }
     if (auto v = it->find("shownAt"); v != it->end()) {
       s.shownAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.shownAt") * 1e6);
     }

@@ -265,6 +265,7 @@ void SimDesktop::savePanel(size_t panel) {
                         {"open", s.open},
                         {"chosen", s.chosen ? ordered_json(*s.chosen) : ordered_json(nullptr)},
                         {"shownAt", static_cast<double>(s.shownAtMicros) / 1e6}};
+  if (s.wrongTurnsTaken > 0) state["wrongTurnsTaken"] = s.wrongTurnsTaken;
   document_[ordered_json::json_pointer(panels_[panel].jsonPointer)]["state"] = std::move(state);
   dirty_ = true;
   rebuildOpenPanels();
@@ -279,6 +280,20 @@ void SimDesktop::panelShow(size_t panel, const std::string& folder, const std::o
   s.shownAtMicros = elapsedMicros_;
   log("pid:" + std::to_string(panels_[panel].config.pid), "open-panel-show", {{"folder", folder}});
   savePanel(panel);
+}
+
+void SimDesktop::panelOpenFolder(size_t panel, const std::string& folder) {
+  PanelSlot& slot = panels_[panel];
+  if (slot.state.wrongTurnsTaken < slot.config.wrongTurns) {
+    // A mis-hit: the first other folder listed opens instead.
+    for (const SimPanelEntry& entry : panelEntries(slot)) {
+      if (!entry.folder || entry.path == folder) continue;
+      ++slot.state.wrongTurnsTaken;
+      panelShow(panel, entry.path, std::nullopt);
+      return;
+    }
+  }
+  panelShow(panel, folder, std::nullopt);
 }
 
 void SimDesktop::panelConfirm(size_t panel) {
@@ -311,7 +326,7 @@ void SimDesktop::openPanelAction(size_t index, const std::string& action) {
     log("pid:" + std::to_string(slot.config.pid), "open-panel-cancelled");
     savePanel(panel);
   } else if (role == "entry" && action == "AXOpen" && common::isDirectory(path)) {
-    panelShow(panel, path, std::nullopt);
+    panelOpenFolder(panel, path);
   }
 }
 
@@ -341,7 +356,7 @@ void SimDesktop::openPanelInput(int32_t pid, const platform::Event& event) {
           std::string path = e.panelPath;
           if (event.clickState.value_or(1) >= 2) {
             if (common::isDirectory(path) && !path.ends_with(".app")) {
-              panelShow(panel, path, std::nullopt);
+              panelOpenFolder(panel, path);
             } else {
               s.selection = path;
               savePanel(panel);

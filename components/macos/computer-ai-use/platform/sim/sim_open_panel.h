@@ -33,6 +33,7 @@ struct SimOpenPanelConfig {
   bool neverCloses = false;          // confirming records nothing and the panel stays
   bool buttonStateLags = false;      // the choose button reads disabled; Return still confirms
   double entriesDelay = 0;           // a folder's entries appear this long after it is shown
+  int64_t wrongTurns = 0;            // the first openings of a folder show another one instead
 };
 
 struct SimOpenPanelState {
@@ -43,6 +44,7 @@ struct SimOpenPanelState {
   bool open = true;
   std::optional<std::string> chosen;
   int64_t shownAtMicros = 0;  // when the folder was shown (for entriesDelay)
+  int64_t wrongTurnsTaken = 0;
 };
 
 // One entry of the shown folder.
