@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (clang, ASan, UBSan) and runs each on its corpus.
 #   scripts/fuzz.sh                      every target for 60 s
-#   scripts/fuzz.sh --seconds 300 key_spec desktop_file
+#   scripts/fuzz.sh --seconds 300 key_combo desktop_file
 #   scripts/fuzz.sh --runs 1000000       a number of executions instead of a time
 # New inputs go to build/fuzz/corpus/<target>; the seeds in the repository stay as they
 # are. A crash leaves its input in build/fuzz/findings and the script exits non-zero.
@@ -17,7 +17,7 @@ while [ "$#" -gt 0 ]; do
     *) targets+=("$1"); shift ;;
   esac
 done
-all=(command_line key_spec desktop_file cached_state release_file capture_options path_anchoring json_round_trip
+all=(command_line key_combo desktop_file cached_state release_file capture_options path_anchoring json_round_trip
      desktop_recording)
 [ "${#targets[@]}" -gt 0 ] || targets=("${all[@]}")
 

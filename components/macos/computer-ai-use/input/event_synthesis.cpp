@@ -133,12 +133,12 @@ std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::str
   return it->second;
 }
 
-void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& spec) {
+void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& combo) {
   std::vector<std::string> pieces;
   size_t start = 0;
-  for (size_t i = 0; i <= spec.size(); ++i) {
-    if (i == spec.size() || spec[i] == '+') {
-      std::string piece = common::trimmed(spec.substr(start, i - start));
+  for (size_t i = 0; i <= combo.size(); ++i) {
+    if (i == combo.size() || combo[i] == '+') {
+      std::string piece = common::trimmed(combo.substr(start, i - start));
       if (!piece.empty()) pieces.push_back(piece);
       start = i + 1;
     }
@@ -168,7 +168,7 @@ void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables
   if (auto code = keyCode(tables, key)) {
     auto down = events.createKeyboardEvent(*code, true);
     auto up = events.createKeyboardEvent(*code, false);
-    if (!down || !up) throw cli::ToolError("Could not create key events for " + spec);
+    if (!down || !up) throw cli::ToolError("Could not create key events for " + combo);
     events.setFlags(*down, flags);
     events.setFlags(*up, flags);
     events.post(EventTap::hid, *down);

@@ -34,7 +34,7 @@ inline constexpr int64_t maxClickCount = 100;
 void postMouseClick(platform::Platform& platform, platform::Point at, MouseButton button, int64_t clickCount);
 void postDrag(platform::Platform& platform, platform::Point from, platform::Point to, MouseButton button);
 void postUnicodeText(platform::Platform& platform, const std::string& text);
-void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& spec);
+void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& combo);
 std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::string& name);
 
 // --- to one process ---

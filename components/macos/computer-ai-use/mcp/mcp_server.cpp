@@ -75,7 +75,7 @@ bool hasType(const Json& value, const std::string& type) {
 }
 
 // The arguments as the command's flag dictionary; throws InvalidParams.
-cli::Flags flagsFor(const ToolSpec& tool, const Json& arguments) {
+cli::Flags flagsFor(const ToolEntry& tool, const Json& arguments) {
   cli::Flags flags;
   if (arguments.is_null()) return flags;
   if (!arguments.is_object()) throw InvalidParams("arguments must be an object");
@@ -114,8 +114,8 @@ std::optional<std::string> screenshotOf(const std::string& output, const std::op
 
 }  // namespace
 
-const std::vector<ToolSpec>& toolSpecs() {
-  static const std::vector<ToolSpec> tools = {
+const std::vector<ToolEntry>& toolEntries() {
+  static const std::vector<ToolEntry> tools = {
       {"list_apps", "list-apps", "List running applications",
        "Lists the running applications, the frontmost first, with pid, name, bundle identifier, whether each is "
        "active or hidden, and its activation policy (0 regular, 1 accessory, 2 prohibited). Use it to find the "
@@ -191,7 +191,7 @@ const std::vector<ToolSpec>& toolSpecs() {
   return tools;
 }
 
-Json toolDescription(const ToolSpec& tool) {
+Json toolDescription(const ToolEntry& tool) {
   Json properties = Json::object();
   Json required = Json::array();
   for (const auto& p : tool.parameters) {
@@ -263,7 +263,7 @@ Json McpServer::handleRequest(const Json& message) {
   if (method == "ping") return Json::object();
   if (method == "tools/list") {
     Json tools = Json::array();
-    for (const auto& tool : toolSpecs()) tools.push_back(toolDescription(tool));
+    for (const auto& tool : toolEntries()) tools.push_back(toolDescription(tool));
     return {{"tools", tools}};
   }
   if (method == "tools/call") return callTool(params);
@@ -273,8 +273,8 @@ Json McpServer::handleRequest(const Json& message) {
 Json McpServer::callTool(const Json& params) {
   if (!params.contains("name") || !params["name"].is_string()) throw InvalidParams("a tool call needs a name");
   std::string name = params["name"].get<std::string>();
-  const ToolSpec* tool = nullptr;
-  for (const auto& t : toolSpecs()) {
+  const ToolEntry* tool = nullptr;
+  for (const auto& t : toolEntries()) {
     if (t.name == name) tool = &t;
   }
   if (!tool) throw InvalidParams("Unknown tool: " + name);

@@ -42,7 +42,7 @@ struct ToolParameter {
   std::vector<std::string> allowed;  // a fixed set of values, when the command has one
 };
 
-struct ToolSpec {
+struct ToolEntry {
   std::string name;     // snake_case
   std::string command;  // the command word
   std::string title;
@@ -50,9 +50,9 @@ struct ToolSpec {
   std::vector<ToolParameter> parameters;
 };
 
-const std::vector<ToolSpec>& toolSpecs();
+const std::vector<ToolEntry>& toolEntries();
 // The tool's entry in "tools/list": name, title, description and input schema.
-cli::Json toolDescription(const ToolSpec& tool);
+cli::Json toolDescription(const ToolEntry& tool);
 
 class McpServer {
  public:

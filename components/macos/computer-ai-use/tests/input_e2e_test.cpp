@@ -140,7 +140,7 @@ TEST(PressKey, ModifierTimelineAndFailures) {
                                                      "0.170 hid key-down keyCode=55 flags=0x100000"}));
 
   struct Case {
-    std::string spec;
+    std::string keys;
     std::vector<std::string> events;  // after the activation
     std::string err;
   };
@@ -154,14 +154,14 @@ TEST(PressKey, ModifierTimelineAndFailures) {
       {" + ", {}, "Key spec is empty"},
   };
   for (const auto& c : cases) {
-    ToolRun r = d.run({"press-key", "--app", "Scribe", "--key", c.spec});
-    EXPECT_EQ(r.status, c.err.empty() ? 0 : 1) << c.spec;
-    EXPECT_EQ(r.err, c.err.empty() ? "" : c.err + "\n") << c.spec;
+    ToolRun r = d.run({"press-key", "--app", "Scribe", "--key", c.keys});
+    EXPECT_EQ(r.status, c.err.empty() ? 0 : 1) << c.keys;
+    EXPECT_EQ(r.err, c.err.empty() ? "" : c.err + "\n") << c.keys;
     std::vector<std::string> events;
     for (const auto& line : d.newEvents()) {
       if (line.find(" hid ") != std::string::npos) events.push_back(line.substr(line.find(" hid ") + 5));
     }
-    EXPECT_EQ(events, c.events) << c.spec;
+    EXPECT_EQ(events, c.events) << c.keys;
   }
 }
 
