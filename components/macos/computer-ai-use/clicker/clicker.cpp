@@ -113,10 +113,19 @@ struct AXTexts {
   }
 };
 
+}  // namespace
+
+const std::vector<std::string>& clickerAttributes() {
+  static const std::vector<std::string> names = {"AXRole", "AXTitle", "AXDescription", "AXHelp"};
+  return names;
+}
+
+namespace {
+
 AXTexts textsOf(platform::Accessibility& ax, const Element& e) {
   std::vector<platform::AXCopyResult> results;
   AXTexts t;
-  if (ax.copyMultipleAttributeValues(e, {"AXRole", "AXTitle", "AXDescription", "AXHelp"}, results) !=
+  if (ax.copyMultipleAttributeValues(e, clickerAttributes(), results) !=
           platform::AXError::success ||
       results.size() < 4) {
     return t;

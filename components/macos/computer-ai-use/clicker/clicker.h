@@ -29,6 +29,9 @@ namespace tavlin::clicker {
 
 std::string clickerUsageText();
 
+// What the element commands read of each element, in one batched call.
+const std::vector<std::string>& clickerAttributes();
+
 // `arguments` are those after "__clicker". Writes its lines to `output`; returns the
 // exit status.
 int runClickerCompatibility(const runtime::ProcessValues& values, platform::Platform& platform,

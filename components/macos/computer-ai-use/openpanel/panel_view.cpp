@@ -15,18 +15,18 @@ namespace {
 enum Slot { role, subrole, title, description, identifier, filename, value, enabled, selected, url, position, size,
             parent, count };
 
-const std::vector<std::string>& slotNames() {
+}  // namespace
+
+const std::vector<std::string>& panelViewAttributes() {
   static const std::vector<std::string> names = {"AXRole",     "AXSubrole", "AXTitle",   "AXDescription", "AXIdentifier",
                                                  "AXFilename", "AXValue",   "AXEnabled", "AXSelected",    "AXURL",
                                                  "AXPosition", "AXSize",    "AXParent"};
   return names;
 }
 
-}  // namespace
-
 PanelView::PanelView(platform::Accessibility& ax, const std::vector<std::string>& traversalAttributes, bool memoise)
     : ax_(ax), memoise_(memoise) {
-  names_ = slotNames();
+  names_ = panelViewAttributes();
   traversalStart_ = names_.size();
   names_.insert(names_.end(), traversalAttributes.begin(), traversalAttributes.end());
 }

@@ -35,6 +35,10 @@ struct NativeOpenPanelNode {
   std::optional<platform::Element> parent;
 };
 
+// What the view reads of every element in its one batched call, before the traversal
+// attributes (the order is the view's slots).
+const std::vector<std::string>& panelViewAttributes();
+
 class PanelView {
  public:
   // `memoise` false reads on every question, as a walk without the view would; it

@@ -8,8 +8,10 @@
 
 #include "apps/app_targeting.h"
 #include "cli/json_output.h"
+#include "clicker/clicker.h"
 #include "cli/tool_error.h"
 #include "common/unicode.h"
+#include "openpanel/panel_view.h"
 #include "platform/desktop_file_format.h"
 #include "snapshot/ax_access.h"
 #include "snapshot/root_window.h"
@@ -30,18 +32,21 @@ constexpr size_t maxDeclarationDepth = 128;
 // Hashes the loader derives for elements the file gives none: 0x10000 + position.
 constexpr uint64_t derivedHashBase = 0x10000;
 
-// Every attribute any command reads from an element: the walk's, the traversal
-// attributes, and those of the window choice, focus, the Open panel and the clicker.
+// Every attribute any command reads from an element: the walk's and its traversal
+// attributes, the Open panel view's, the clicker's, and the focused element and
+// selections that other commands ask for.
 std::vector<std::string> recordedAttributes(const std::vector<std::string>& traversal) {
-  std::vector<std::string> names = {"AXRole",       "AXSubrole",          "AXTitle",    "AXDescription",
-                                    "AXIdentifier", "AXRoleDescription",  "AXValue",    "AXEnabled",
-                                    "AXPosition",   "AXSize"};
-  std::vector<std::string> more = traversal;
-  more.insert(more.end(), {"AXChildren", "AXWindows", "AXFocusedWindow", "AXMainWindow", "AXFocusedUIElement",
-                           "AXParent", "AXHelp", "AXFilename", "AXURL", "AXSelected", "AXSelectedChildren"});
-  for (const std::string& name : more) {
-    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
-  }
+  std::vector<std::string> names;
+  auto add = [&names](const std::vector<std::string>& more) {
+    for (const std::string& name : more) {
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+  };
+  add(snapshot::walkedAttributes());
+  add(traversal);
+  add(openpanel::panelViewAttributes());
+  add(clicker::clickerAttributes());
+  add({"AXFocusedUIElement", "AXSelectedChildren"});
   return names;
 }
 
@@ -62,6 +67,16 @@ const std::vector<std::pair<std::string, std::string>>& shortcutOrder() {
     return out;
   }();
   return order;
+}
+
+// The shortcut key of each attribute that has one.
+const std::map<std::string, std::string>& shortcutKeys() {
+  static const std::map<std::string, std::string> keys = [] {
+    std::map<std::string, std::string> out;
+    for (const auto& [key, attribute] : shortcutOrder()) out[attribute] = key;
+    return out;
+  }();
+  return keys;
 }
 
 std::string errorText(AXError error) {
@@ -191,6 +206,8 @@ class Writer {
     declarer_.assign(nodes.size(), std::nullopt);
     declared_.assign(nodes.size(), {});
     for (size_t i = 0; i < r_.names().size(); ++i) slotOf_[r_.names()[i]] = i;
+    childLists_.reserve(r_.nodes().size());
+    for (size_t i = 0; i < r_.nodes().size(); ++i) childLists_.push_back(readChildList(i));
     layOut();
     numberPositions();
     chooseHashes();
@@ -219,7 +236,7 @@ class Writer {
  private:
   // The recorded elements an AXChildren value lists, when it is a list of elements
   // (those left unrecorded are left out, as everywhere in the file).
-  std::optional<std::vector<size_t>> childList(size_t i) {
+  std::optional<std::vector<size_t>> readChildList(size_t i) {
     const AXCopyResult& slot = r_.nodes()[i].slots[slotOf_.at("AXChildren")];
     if (slot.error != AXError::success || !slot.value || !slot.value->array()) return std::nullopt;
     std::vector<size_t> out;
@@ -243,7 +260,7 @@ class Writer {
         stack.pop_back();
         if (d + 1 > maxDeclarationDepth) continue;
         std::vector<size_t> fresh;
-        if (auto children = childList(i)) {
+        if (const auto& children = childLists_[i]) {
           for (size_t c : *children) {
             if (placed[c]) continue;
             placed[c] = true;
@@ -375,15 +392,9 @@ class Writer {
     std::map<std::string, ordered_json> shortcuts;
     ordered_json attributes = ordered_json::object();
     ordered_json errors = ordered_json::object();
-    const std::map<std::string, std::string>& shortcutNames = platform::elementAttributeShortcuts();
-    auto shortcutFor = [&](const std::string& attribute) -> std::string {
-      for (const auto& [key, name] : shortcutNames) {
-        if (name == attribute) return key;
-      }
-      return "";
-    };
     auto put = [&](const std::string& attribute, ordered_json v) {
-      std::string key = shortcutFor(attribute);
+      auto shortcut = shortcutKeys().find(attribute);
+      std::string key = shortcut == shortcutKeys().end() ? "" : shortcut->second;
       bool geometry = key == "position" || key == "size";
       if (geometry) {
         // The geometry shortcuts hold a point or a size as a bare pair.
@@ -408,7 +419,7 @@ class Writer {
       bool derivable = (name == "AXChildren" && declaresChildren) || (name == "AXParent" && hasDeclarer) ||
                        (name == "AXWindows" && i == 0);
       if (slot.error == AXError::success && slot.value) {
-        if (name == "AXChildren" && childList(i) == declared_[i]) {
+        if (name == "AXChildren" && childLists_[i] == declared_[i]) {
           childrenKey = true;  // the declarations are the list
           continue;
         }
@@ -449,6 +460,7 @@ class Writer {
   std::map<std::string, size_t> slotOf_;
   std::vector<std::optional<size_t>> declarer_;
   std::vector<std::vector<size_t>> declared_;
+  std::vector<std::optional<std::vector<size_t>>> childLists_;  // AXChildren as recorded elements
   std::vector<size_t> order_;
   std::vector<size_t> position_;
   std::vector<bool> explicitHash_;

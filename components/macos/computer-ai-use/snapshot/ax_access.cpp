@@ -24,12 +24,6 @@ std::optional<AXAttributeValue> valueOf(AXCopyResult result) {
 // The attributes the walk reads in its one batched call per element, before the
 // traversal attributes.
 enum Slot { role, title, description, value, position, size, subrole, identifier, roleDescription, enabled, count };
-const std::vector<std::string>& elementAttributes() {
-  static const std::vector<std::string> names = {"AXRole",  "AXTitle",      "AXDescription", "AXValue",
-                                                 "AXPosition", "AXSize",    "AXSubrole",     "AXIdentifier",
-                                                 "AXRoleDescription", "AXEnabled"};
-  return names;
-}
 
 // Reads many attributes in one round trip; every slot that failed reads as absent.
 // `errors`, when given, receives each slot's AXError (all failure when the call failed).
@@ -73,6 +67,13 @@ std::vector<std::string> actionsOf(Accessibility& ax, const Element& element) {
 }
 
 }  // namespace
+
+const std::vector<std::string>& walkedAttributes() {
+  static const std::vector<std::string> names = {"AXRole",  "AXTitle",      "AXDescription", "AXValue",
+                                                 "AXPosition", "AXSize",    "AXSubrole",     "AXIdentifier",
+                                                 "AXRoleDescription", "AXEnabled"};
+  return names;
+}
 
 double messagingTimeout(const std::optional<std::string>& environmentValue) {
   if (!environmentValue || environmentValue->empty()) return defaultMessagingTimeout;
@@ -189,7 +190,7 @@ std::string snapshotPathLabel(const std::string& role, const std::optional<std::
 std::vector<TraversedElement> collectElements(Accessibility& ax, const Element& root,
                                               const std::optional<Element>& focused,
                                               const std::vector<std::string>& traversalAttributes) {
-  std::vector<std::string> names = elementAttributes();
+  std::vector<std::string> names = walkedAttributes();
   names.insert(names.end(), traversalAttributes.begin(), traversalAttributes.end());
   std::optional<uint64_t> focusedHash;
   if (focused) focusedHash = ax.hash(*focused);

@@ -58,6 +58,10 @@ std::optional<platform::Rect> frameOf(const std::optional<platform::AXAttributeV
 std::string snapshotPathLabel(const std::string& role, const std::optional<std::string>& title,
                               const std::optional<std::string>& desc, const std::optional<std::string>& value);
 
+// The attributes the walk reads of every element in its one batched call, before the
+// traversal attributes (the order is the walk's slots).
+const std::vector<std::string>& walkedAttributes();
+
 // The walk from `root` (depth 0): every element reachable through the traversal
 // attributes, once each, in pre-order, numbered from 0. `focused` marks the element
 // whose hash equals its hash. Costs three round trips per element.
