@@ -18,7 +18,7 @@ while [ "$#" -gt 0 ]; do
   esac
 done
 all=(command_line key_combo desktop_file cached_state release_file capture_options path_anchoring json_round_trip
-     desktop_recording)
+     desktop_recording mcp_message)
 [ "${#targets[@]}" -gt 0 ] || targets=("${all[@]}")
 
 generator=()

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "capture/hard_timeout.h"
@@ -53,20 +54,42 @@ std::optional<IntegralRect> integral(const platform::Rect& f) {
                       static_cast<int64_t>(y1 - y0)};
 }
 
-// A file written beside its final place and moved there only when whole.
-std::string asidePath(const std::string& path) {
-  std::string folder = common::deletingLastPathComponent(path);
-  return common::appendPathComponent(folder, "." + common::lastPathComponent(path) + ".tmp-" +
-                                                 std::to_string(::getpid()) + ".png");
+// Messages name the file the user asked for, never the staging file beside it.
+std::string naming(std::string message, const common::StagedFile& staged, const std::string& path) {
+  const std::string& aside = staged.stagedPath();
+  for (size_t at = 0; !aside.empty() && (at = message.find(aside, at)) != std::string::npos; at += path.size()) {
+    message.replace(at, aside.size(), path);
+  }
+  return message;
 }
 
-void moveIntoPlace(const std::string& aside, const std::string& path) {
-  if (::rename(aside.c_str(), path.c_str()) != 0) {
-    std::string error = std::strerror(errno);
-    ::unlink(aside.c_str());
-    throw ToolError("could not move the image into place at " + path + ": " + error);
-  }
+std::string writeFailure(const std::string& path, const std::string& why) {
+  return "failed to write png to " + path + ": " + why;
 }
+
+// The output may be created or replace a regular file, nothing else (a device, a FIFO,
+// a folder, a link). Gives the mode the new file gets: the old file's, or the umask's.
+mode_t checkedOutput(const std::string& path) {
+  std::optional<mode_t> existing;
+  if (auto problem = common::outputTargetProblem(path, &existing)) throw ToolError(writeFailure(path, *problem));
+  return existing ? *existing : common::modeAfterUmask(0666);
+}
+
+// A staging file for one capture: the image is written in a private folder beside the
+// output and moved into place only when whole.
+struct Staging {
+  explicit Staging(const std::string& output) : path((checkedOutput(output), output)), file(output) {
+    if (!file.ready()) throw ToolError(writeFailure(path, std::strerror(errno)));
+  }
+  const std::string& aside() const { return file.stagedPath(); }
+  std::string named(const std::string& message) const { return naming(message, file, path); }
+  void moveIntoPlace() {
+    // Checked again: the name may have changed while the image was taken.
+    if (!file.commit(checkedOutput(path))) throw ToolError(writeFailure(path, std::strerror(errno)));
+  }
+  std::string path;
+  common::StagedFile file;
+};
 
 volatile std::sig_atomic_t stopRequested = 0;
 extern "C" void requestStop(int) { stopRequested = 1; }
@@ -89,8 +112,12 @@ std::string bwcUsageText(const std::string& exe) {
 }
 
 bool bwcIsHelpRequest(const std::vector<std::string>& arguments) {
-  for (const auto& a : arguments) {
-    if (a == "--help" || a == "-h" || a == "help") return true;
+  // Read as the parser reads: every option takes the next argument as its value, so
+  // "--help" given as a value (a title, a file name) is that value, not a request.
+  if (!arguments.empty() && arguments[0] == "--help") return true;
+  for (size_t i = 1; i < arguments.size(); ++i) {
+    if (arguments[i] == "--help") return true;
+    if (arguments[i].starts_with("--")) ++i;
   }
   return false;
 }
@@ -137,12 +164,14 @@ BWCOptions bwcParseOptions(const std::vector<std::string>& arguments) {
       o.archiveDir = take("--archive-dir requires a value");
     } else if (option == "--interval") {
       o.interval = positive("--interval requires a positive number");
+      if (o.interval > bwcMaxInterval) throw ToolError("--interval must be at most 86400 seconds");
     } else if (option == "--count") {
       auto v = cli::parseInt64(take("--count requires a positive integer"));
       if (!v || *v <= 0) throw ToolError("--count requires a positive integer");
       o.count = *v;
     } else if (option == "--timeout") {
       o.timeout = positive("--timeout requires a positive number");
+      if (o.timeout > bwcMaxTimeout) throw ToolError("--timeout must be at most 600 seconds");
     } else {
       throw ToolError("unknown argument: " + option);
     }
@@ -252,17 +281,28 @@ void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, co
 }
 
 void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout) {
-  std::string aside = asidePath(path);
-  ::unlink(aside.c_str());
+  bwcCapture(c, window, path, timeout, nullptr);
+}
+
+void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout,
+                std::optional<std::string>* written) {
+  Staging staging(path);
+  auto finish = [&] {
+    if (written) *written = common::readFile(staging.aside());
+    staging.moveIntoPlace();
+  };
   auto region = [&] {
-    bwcCaptureVisibleRegion(c, window, aside);
-    moveIntoPlace(aside, path);
+    try {
+      bwcCaptureVisibleRegion(c, window, staging.aside());
+    } catch (const ToolError& error) {
+      throw ToolError(staging.named(error.description));
+    }
+    finish();
   };
   if (!window.fromScreenCaptureKit) {
     try {
       region();
     } catch (const ToolError& error) {
-      ::unlink(aside.c_str());
       throw ToolError("No ScreenCaptureKit window was available for window " + std::to_string(window.windowID) +
                       "; Quartz/screencapture fallback failed: " + error.description);
     }
@@ -290,9 +330,9 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
                                                     }
                                                   });
                                             });
-    platform::CaptureStatus written = capture.writePNG(*image, aside);
-    if (!written.ok()) throw ToolError(written.description);
-    moveIntoPlace(aside, path);
+    platform::CaptureStatus status = capture.writePNG(*image, staging.aside());
+    if (!status.ok()) throw ToolError(staging.named(status.description));
+    finish();
     return;
   } catch (const ToolError& error) {
     first = error.description;
@@ -300,7 +340,6 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
   try {
     region();
   } catch (const ToolError& error) {
-    ::unlink(aside.c_str());
     throw ToolError("ScreenCaptureKit failed: " + first + "; fallback screencapture failed: " + error.description);
   }
 }
@@ -312,36 +351,63 @@ std::string capturedLine(const BWCWindowMatch& w, const std::string& path) {
          ") to " + path;
 }
 
+// A watch's line: shown at once when the host streams, kept for the caller otherwise.
+void report(CaptureContext& c, BWCCommandOutput& output, bool error, const std::string& line) {
+  if (c.emit) {
+    c.emit(error, line);
+  } else {
+    (error ? output.stderrLines : output.stdoutLines).push_back(line);
+  }
+}
+
+// Copies a capture into the archive folder; a failure is the archive's, not the capture's.
+void archive(CaptureContext& c, BWCCommandOutput& output, const BWCWindowMatch& window, const std::string& folder,
+             const std::optional<std::string>& bytes) {
+  std::string name = "window-" + std::to_string(window.windowID) + "-" +
+                     c.values.bwcTimestampFormatter.string(c.platform.clock().now()) + ".png";
+  std::string archived = common::appendPathComponent(folder, name);
+  std::string problem;
+  if (!common::createDirectories(folder, 0755)) {
+    problem = "could not create the archive folder " + folder + ": " +
+              (common::exists(folder) ? std::string("not a directory") : std::strerror(errno));
+  } else if (auto target = common::outputTargetProblem(archived)) {
+    problem = "could not archive to " + archived + ": " + *target;
+  } else if (!bytes || !common::writeFileAtomically(archived, *bytes, common::modeAfterUmask(0666))) {
+    problem = "could not archive to " + archived + ": " + std::strerror(bytes ? errno : EIO);
+  }
+  if (problem.empty()) {
+    report(c, output, false, "archived " + archived);
+  } else {
+    report(c, output, true, "watch archive failed: " + problem);
+  }
+}
+
 BWCCommandOutput bwcWatch(CaptureContext& c, const BWCOptions& options) {
   BWCCommandOutput output;
-  BWCWindowMatch window = resolveTarget(c, options);
   const std::string& path = *options.outputPath;
-  if (options.archiveDir) common::createDirectories(*options.archiveDir, 0755);
+  checkedOutput(path);  // an output that can never be written ends the watch before it starts
+  BWCWindowMatch window = resolveTarget(c, options);
   stopRequested = 0;
-  struct sigaction action {}, oldInt {}, oldTerm {};
+  struct sigaction action {}, oldInt {}, oldTerm {}, oldHup {};
   action.sa_handler = requestStop;
   sigemptyset(&action.sa_mask);
   ::sigaction(SIGINT, &action, &oldInt);
   ::sigaction(SIGTERM, &action, &oldTerm);
+  ::sigaction(SIGHUP, &action, &oldHup);
   int64_t captures = 0;
   for (int64_t n = 1; !stopRequested; ++n) {
+    std::optional<std::string> bytes;
+    bool captured = false;
     try {
-      bwcCapture(c, window, path, options.timeout);
-      ++captures;
-      output.stdoutLines.push_back(capturedLine(window, path));
-      if (options.archiveDir) {
-        std::string name = "window-" + std::to_string(window.windowID) + "-" +
-                           c.values.bwcTimestampFormatter.string(c.platform.clock().now()) + ".png";
-        std::string archived = common::appendPathComponent(*options.archiveDir, name);
-        ::unlink(archived.c_str());
-        auto bytes = common::readFile(path);
-        if (!bytes || !common::writeFileAtomically(archived, *bytes, 0644)) {
-          throw ToolError("could not archive " + path + " as " + archived);
-        }
-        output.stdoutLines.push_back("archived " + archived);
-      }
+      bwcCapture(c, window, path, options.timeout, options.archiveDir ? &bytes : nullptr);
+      captured = true;
     } catch (const ToolError& error) {
-      output.stderrLines.push_back("watch capture failed: " + error.description);
+      report(c, output, true, "watch capture failed: " + error.description);
+    }
+    if (captured) {
+      ++captures;
+      report(c, output, false, capturedLine(window, path));
+      if (options.archiveDir) archive(c, output, window, *options.archiveDir, bytes);
     }
     // Lets other processes at a shared desktop between captures.
     c.platform.checkpoint();
@@ -350,8 +416,10 @@ BWCCommandOutput bwcWatch(CaptureContext& c, const BWCOptions& options) {
   }
   ::sigaction(SIGINT, &oldInt, nullptr);
   ::sigaction(SIGTERM, &oldTerm, nullptr);
-  output.stdoutLines.push_back("watch " + std::string(stopRequested ? "stopped" : "finished") + " after " +
-                               std::to_string(captures) + " captures");
+  ::sigaction(SIGHUP, &oldHup, nullptr);
+  report(c, output, false,
+         "watch " + std::string(stopRequested ? "stopped" : "finished") + " after " + std::to_string(captures) +
+             " captures");
   return output;
 }
 
@@ -383,6 +451,8 @@ int runBackgroundWindowCaptureHost(const runtime::ProcessValues& values, platfor
     return 0;
   }
   CaptureContext c{platform, values, std::getenv("TAVLIN_BWC_DEBUG") != nullptr};
+  // A long watch shows each line as it happens.
+  c.emit = [](bool error, const std::string& line) { runtime::writeAll(error ? 2 : 1, line + "\n"); };
   try {
     if (rest.empty()) {
       runtime::writeAll(2, bwcUsageText(exe) + "\n");

@@ -11,6 +11,7 @@
 // stops between captures, so its files are always whole (every PNG is written aside
 // and moved into place).
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,10 @@
 #include "runtime/process_values.h"
 
 namespace tavlin::capture {
+
+// The largest --timeout and --interval: a wait beyond them is a mistake, not a plan.
+inline constexpr double bwcMaxTimeout = 600;
+inline constexpr double bwcMaxInterval = 86400;
 
 struct BWCOptions {
   std::string command;  // "list", "capture" or "watch"
@@ -59,13 +64,21 @@ struct CaptureContext {
   platform::Platform& platform;
   const runtime::ProcessValues& values;
   bool debug = false;  // TAVLIN_BWC_DEBUG: discovery steps on standard error
+  // When set, a watch hands each line over as it happens (error lines with true)
+  // instead of keeping it in the command's output.
+  std::function<void(bool error, const std::string& line)> emit = {};
 };
 
 std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& options);
 std::vector<BWCWindowMatch> bwcFindWindowsViaQuartz(CaptureContext& c, const BWCOptions& options);
 std::vector<std::string> bwcListWindows(CaptureContext& c, const BWCOptions& options);
-// Captures one window into `path` (written aside, then moved into place). Throws ToolError.
+// Captures one window into `path`: the image is written in a private folder beside it
+// and moved into place when whole. `path` may name a regular file (which keeps its
+// mode) or nothing (a new file follows the umask); anything else is refused. Messages
+// name `path`. With `written`, it also receives the image's bytes. Throws ToolError.
 void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout);
+void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::string& path, double timeout,
+                std::optional<std::string>* written);
 void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, const std::string& path);
 BWCCommandOutput bwcExecuteCommand(CaptureContext& c, const std::vector<std::string>& arguments);
 

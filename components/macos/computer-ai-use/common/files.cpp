@@ -18,12 +18,90 @@
 
 namespace tavlin::common {
 
+namespace {
+
+// The longest file name the folder takes; 255 bytes where it cannot be asked.
+size_t nameLimit(const std::string& folder) {
+  long limit = ::pathconf(folder.c_str(), _PC_NAME_MAX);
+  return limit > 0 ? static_cast<size_t>(limit) : 255;
+}
+
+// `name` cut to at most `bytes` bytes, at a character boundary: some file systems
+// refuse names that are not valid UTF-8.
+std::string cutName(const std::string& name, size_t bytes) {
+  if (name.size() <= bytes) return name;
+  size_t end = bytes;
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+  return name.substr(0, end);
+}
+
+// "<name>.tmp-", shortened so that six more characters still make a valid name.
+std::string temporaryPrefix(const std::string& path) {
+  std::string folder = deletingLastPathComponent(path);
+  const std::string suffix = ".tmp-";
+  size_t limit = nameLimit(folder);
+  size_t room = limit > suffix.size() + 6 ? limit - suffix.size() - 6 : 1;
+  return appendPathComponent(folder, cutName(lastPathComponent(path), room) + suffix);
+}
+
+}  // namespace
+
+mode_t modeAfterUmask(mode_t mode) {
+  mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mode & ~mask;
+}
+
+std::optional<std::string> outputTargetProblem(const std::string& path, std::optional<mode_t>* existingMode) {
+  struct stat st;
+  if (::lstat(path.c_str(), &st) != 0) {
+    if (errno == ENOENT) return std::nullopt;
+    return std::string(std::strerror(errno));
+  }
+  if (S_ISDIR(st.st_mode)) return std::string("is a directory");
+  if (S_ISLNK(st.st_mode)) return std::string("is a symbolic link");
+  if (!S_ISREG(st.st_mode)) return std::string("is not a regular file");
+  if (existingMode) *existingMode = st.st_mode & 07777;
+  return std::nullopt;
+}
+
+StagedFile::StagedFile(std::string path) : path_(std::move(path)) {
+  std::string pattern = appendPathComponent(deletingLastPathComponent(path_), ".tavlin-XXXXXX");
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  if (::mkdtemp(name.data())) {
+    folder_ = name.data();
+    staged_ = appendPathComponent(folder_, lastPathComponent(path_));
+  }
+}
+
+StagedFile::~StagedFile() {
+  if (folder_.empty()) return;
+  int saved = errno;
+  ::unlink(staged_.c_str());
+  ::rmdir(folder_.c_str());
+  errno = saved;
+}
+
+bool StagedFile::commit(mode_t mode) {
+  if (folder_.empty()) return false;
+  struct stat st;
+  // Only what the writer left: a regular file, not a link it might have made.
+  if (::lstat(staged_.c_str(), &st) != 0) return false;
+  if (!S_ISREG(st.st_mode)) {
+    errno = EINVAL;
+    return false;
+  }
+  if (::chmod(staged_.c_str(), mode) != 0) return false;
+  return ::rename(staged_.c_str(), path_.c_str()) == 0;
+}
+
 bool writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode, bool keepExistingMode) {
   if (keepExistingMode) {
     struct stat existing;
     if (::stat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) mode = existing.st_mode & 07777;
   }
-  std::string temporary = path + ".tmp-XXXXXX";
+  std::string temporary = temporaryPrefix(path) + "XXXXXX";
   std::vector<char> name(temporary.begin(), temporary.end());
   name.push_back('\0');
   int fd = ::mkstemp(name.data());
@@ -49,7 +127,7 @@ bool writeFileAtomically(const std::string& path, std::string_view contents, mod
 
 void removeStaleTemporaryFiles(const std::string& path) {
   std::string folder = deletingLastPathComponent(path);
-  std::string prefix = lastPathComponent(path) + ".tmp-";
+  std::string prefix = lastPathComponent(temporaryPrefix(path));
   DIR* dir = ::opendir(folder.c_str());
   if (!dir) return;
   std::vector<std::string> stale;
@@ -80,9 +158,10 @@ std::string byteCountText(size_t bytes) {
   return buf;
 }
 
-std::optional<std::string> readRegularFile(const std::string& path, size_t maxBytes, std::string& problem) {
+std::optional<std::string> readRegularFile(const std::string& path, size_t maxBytes, std::string& problem,
+                                           LinkPolicy links) {
   // Non-blocking: opening a FIFO for reading must not wait for a writer.
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | (links == LinkPolicy::refuse ? O_NOFOLLOW : 0));
   if (fd < 0) {
     problem = std::strerror(errno);
     return std::nullopt;
@@ -174,6 +253,12 @@ std::optional<std::string> readFile(const std::string& path) {
 bool isDirectory(const std::string& path) {
   struct stat st;
   return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool isPrivateDirectory(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid() &&
+         (st.st_mode & 022) == 0;
 }
 
 bool exists(const std::string& path) {

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cmath>
+#include <condition_variable>
+#include <thread>
 
 #include "cli/tool_error.h"
 #include "common/files.h"
@@ -19,7 +21,10 @@ namespace {
 using cli::Json;
 
 // JSON-RPC 2.0 error codes.
-constexpr int parseError = -32700, invalidRequest = -32600, methodNotFound = -32601, invalidParams = -32602;
+constexpr int parseError = -32700, invalidRequest = -32600, methodNotFound = -32601, invalidParams = -32602,
+              internalError = -32603;
+// The largest screenshot a reply carries.
+constexpr size_t maxScreenshotBytes = size_t{64} << 20;
 
 const std::vector<std::string> supportedVersions = {"2025-06-18", "2025-11-25"};
 
@@ -98,18 +103,19 @@ cli::Flags flagsFor(const ToolEntry& tool, const Json& arguments) {
   return flags;
 }
 
-// The window screenshot a get_app_state output names, if it exists.
-std::optional<std::string> screenshotOf(const std::string& output, const std::optional<Json>& structured) {
-  std::optional<std::string> path;
-  if (structured) {
-    for (const char* key : {"screenshotPath", "screenshot_path"}) {
-      if (structured->contains(key) && (*structured)[key].is_string()) path = (*structured)[key].get<std::string>();
-    }
-  } else if (size_t at = output.find("\nScreenshot: "); at != std::string::npos) {
-    size_t start = at + 13;
-    path = output.substr(start, output.find('\n', start) - start);
+// The screenshot a get_app_state call itself wrote, read back only when it is still what
+// the command left there: a PNG file of ours, inside the state cache, reached without
+// following a link. Anything else is left out of the reply rather than sent.
+std::optional<std::string> ownScreenshot(const runtime::ProcessValues& values, const std::string& path) {
+  std::string folder = values.cacheDirectoryURL;
+  if (folder.empty() || common::deletingLastPathComponent(path) != folder || !path.ends_with(".png")) {
+    return std::nullopt;
   }
-  return path;
+  std::string problem;
+  auto bytes = common::readRegularFile(path, maxScreenshotBytes, problem, common::LinkPolicy::refuse);
+  static constexpr std::string_view signature("\x89PNG\r\n\x1a\n", 8);
+  if (!bytes || !std::string_view(*bytes).starts_with(signature)) return std::nullopt;
+  return bytes;
 }
 
 }  // namespace
@@ -209,6 +215,79 @@ McpServer::McpServer(const runtime::ProcessValues& values, platform::Platform& p
     : values_(values), platform_(platform), dispatch_(std::move(dispatch)) {}
 
 std::optional<Json> McpServer::handleLine(const std::string& line) {
+  try {
+    return handleMessage(line);
+  } catch (const std::exception& e) {
+    // Nothing a client sends may end the server; a fault here is answered, not fatal.
+    return errorReply(nullptr, internalError, std::string("Internal error: ") + e.what());
+  }
+}
+
+namespace {
+
+// The message as an object, when the line holds one within the limits.
+std::optional<Json> parsedMessage(const std::string& line) {
+  if (line.size() > maxMessageBytes || common::checkJsonText(line, 64)) return std::nullopt;
+  Json message = Json::parse(line, nullptr, false);
+  if (message.is_discarded() || !message.is_object()) return std::nullopt;
+  return message;
+}
+
+bool isMethod(const Json& message, const char* method) {
+  auto it = message.find("method");
+  return it != message.end() && it->is_string() && it->get<std::string>() == method;
+}
+
+// A request id as comparable text; absent when it is not a valid id.
+std::optional<std::string> idKey(const Json& id) {
+  if (!id.is_string() && !id.is_number_integer()) return std::nullopt;
+  return id.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+void McpServer::noteCancellation(const Json& message) {
+  auto params = message.find("params");
+  if (params == message.end() || !params->is_object() || !params->contains("requestId")) return;
+  auto key = idKey((*params)["requestId"]);
+  if (!key) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (current_ == key) {
+    platform_.cancel();
+    return;
+  }
+  // The request may still be waiting its turn; a few remembered ids are enough.
+  cancelled_.push_back(*key);
+  if (cancelled_.size() > 64) cancelled_.pop_front();
+}
+
+bool McpServer::handleDuringCall(const std::string& line, std::optional<Json>& reply) {
+  reply.reset();
+  std::optional<Json> message = parsedMessage(line);
+  if (!message) return false;
+  try {
+    if (isMethod(*message, "notifications/cancelled") && !message->contains("id")) {
+      noteCancellation(*message);
+      return true;
+    }
+    // Only while a call runs: otherwise replies keep the order of their requests.
+    bool busy;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      busy = current_.has_value();
+    }
+    if (busy && isMethod(*message, "ping") && message->contains("id") && idKey((*message)["id"]) &&
+        (*message)["jsonrpc"] == "2.0") {
+      reply = resultReply((*message)["id"], Json::object());
+      return true;
+    }
+  } catch (const std::exception&) {
+    // Left to the ordinary handling, which answers it.
+  }
+  return false;
+}
+
+std::optional<Json> McpServer::handleMessage(const std::string& line) {
   if (common::trimmed(line).empty()) return std::nullopt;
   if (line.size() > maxMessageBytes) return errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)");
   if (common::checkJsonText(line, 64)) return errorReply(nullptr, parseError, "Parse error: nested too deeply");
@@ -225,16 +304,42 @@ std::optional<Json> McpServer::handleLine(const std::string& line) {
     if (message.contains("result") || message.contains("error")) return std::nullopt;
     return errorReply(id, invalidRequest, "Invalid Request: no method");
   }
-  if (message.value("jsonrpc", "") != "2.0" || !message["method"].is_string()) {
+  const Json& version = message["jsonrpc"];
+  if (!version.is_string() || version.get<std::string>() != "2.0" || !message["method"].is_string()) {
     return hasId ? std::optional<Json>(errorReply(id, invalidRequest, "Invalid Request")) : std::nullopt;
   }
-  if (!hasId) return std::nullopt;  // notifications (initialized, cancelled, ...) need no reply
+  if (!hasId) {
+    // Notifications (initialized, cancelled, ...) need no reply.
+    if (isMethod(message, "notifications/cancelled")) noteCancellation(message);
+    return std::nullopt;
+  }
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    current_ = idKey(id);
+    platform_.reset();
+    for (auto it = cancelled_.begin(); it != cancelled_.end(); ++it) {
+      if (*it == current_) {
+        cancelled_.erase(it);
+        platform_.cancel();
+        break;
+      }
+    }
+  }
+  struct EndOfRequest {
+    McpServer& server;
+    ~EndOfRequest() {
+      std::lock_guard<std::mutex> lock(server.mutex_);
+      server.current_.reset();
+    }
+  } end{*this};
   try {
     return resultReply(id, handleRequest(message));
   } catch (const InvalidParams& e) {
     return errorReply(id, invalidParams, std::string("Invalid params: ") + e.what());
   } catch (const std::out_of_range& e) {
     return errorReply(id, methodNotFound, e.what());
+  } catch (const std::exception& e) {
+    return errorReply(id, internalError, std::string("Internal error: ") + e.what());
   }
 }
 
@@ -284,12 +389,14 @@ Json McpServer::callTool(const Json& params) {
   runtime::CommandContext context{values_, platform_, output};
   std::optional<std::string> error;
   try {
+    platform_.check();  // cancelled before its turn came: nothing is done
     dispatch_(context, tool->command, flags);
   } catch (const cli::ToolError& e) {
     error = e.description;
   } catch (const std::exception& e) {
     error = e.what();
   }
+  if (platform_.cancelled()) error = cancelledMessage;
   // Recorded and let go within the call, as a separate process would.
   try {
     platform_.checkpoint();
@@ -307,12 +414,9 @@ Json McpServer::callTool(const Json& params) {
     structured = parsed.is_object() ? parsed : Json{{tool->name == "list_apps" ? "apps" : "result", parsed}};
     result["structuredContent"] = *structured;
   }
-  if (tool->name == "get_app_state") {
-    if (auto path = screenshotOf(text, structured)) {
-      std::string problem;
-      if (auto png = common::readRegularFile(*path, size_t{64} << 20, problem)) {
-        result["content"].push_back({{"type", "image"}, {"data", base64(*png)}, {"mimeType", "image/png"}});
-      }
+  if (context.result.screenshotPath) {
+    if (auto png = ownScreenshot(values_, *context.result.screenshotPath)) {
+      result["content"].push_back({{"type", "image"}, {"data", base64(*png)}, {"mimeType", "image/png"}});
     }
   }
   return result;
@@ -321,36 +425,75 @@ Json McpServer::callTool(const Json& params) {
 int runMcpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch, int input,
                  int output) {
   McpServer server(values, platform, std::move(dispatch));
-  std::string buffer;
-  bool skipping = false;  // inside a line that is already too long
-  char chunk[65536];
+  std::mutex writing;
   auto reply = [&](const std::optional<Json>& message) {
-    if (message) runtime::writeAll(output, message->dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+    if (!message) return;
+    std::string text = message->dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    std::lock_guard<std::mutex> lock(writing);
+    runtime::writeAll(output, text);
   };
-  for (;;) {
-    ssize_t n = ::read(input, chunk, sizeof chunk);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    buffer.append(chunk, static_cast<size_t>(n));
-    size_t start = 0;
-    for (size_t end; (end = buffer.find('\n', start)) != std::string::npos; start = end + 1) {
-      if (skipping) {
-        skipping = false;
-        continue;
+
+  // The reader keeps reading while a call runs, so that a ping is answered and a
+  // cancellation reaches the call; everything else waits its turn in `lines`.
+  std::mutex queueMutex;
+  std::condition_variable queued;
+  std::deque<std::string> lines;
+  bool ended = false;
+  auto deliver = [&](std::string line) {
+    std::optional<Json> answer;
+    if (server.handleDuringCall(line, answer)) {
+      reply(answer);
+      return;
+    }
+    std::lock_guard<std::mutex> lock(queueMutex);
+    lines.push_back(std::move(line));
+    queued.notify_one();
+  };
+  std::thread reader([&] {
+    std::string buffer;
+    bool skipping = false;  // inside a line that is already too long
+    std::vector<char> chunk(65536);
+    for (;;) {
+      ssize_t n = ::read(input, chunk.data(), chunk.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      buffer.append(chunk.data(), static_cast<size_t>(n));
+      size_t start = 0;
+      for (size_t end; (end = buffer.find('\n', start)) != std::string::npos; start = end + 1) {
+        if (skipping) {
+          skipping = false;
+          continue;
+        }
+        std::string line = buffer.substr(start, end - start);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        deliver(std::move(line));
       }
-      std::string line = buffer.substr(start, end - start);
-      if (!line.empty() && line.back() == '\r') line.pop_back();
-      reply(server.handleLine(line));
+      buffer.erase(0, start);
+      if (buffer.size() > maxMessageBytes) {
+        // Refused at once, and the rest of the line is skipped as it arrives.
+        if (!skipping) reply(errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)"));
+        skipping = true;
+        buffer.clear();
+      }
     }
-    buffer.erase(0, start);
-    if (buffer.size() > maxMessageBytes) {
-      // Refused at once, and the rest of the line is skipped as it arrives.
-      if (!skipping) reply(errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)"));
-      skipping = true;
-      buffer.clear();
+    if (!skipping && !common::trimmed(buffer).empty()) deliver(std::move(buffer));
+    std::lock_guard<std::mutex> lock(queueMutex);
+    ended = true;
+    queued.notify_one();
+  });
+
+  for (;;) {
+    std::string line;
+    {
+      std::unique_lock<std::mutex> lock(queueMutex);
+      queued.wait(lock, [&] { return ended || !lines.empty(); });
+      if (lines.empty()) break;
+      line = std::move(lines.front());
+      lines.pop_front();
     }
+    reply(server.handleLine(line));
   }
-  if (!skipping && !common::trimmed(buffer).empty()) reply(server.handleLine(buffer));
+  reader.join();
   return 0;
 }
 

@@ -14,14 +14,23 @@
 // is a tool result with "isError" true and the command's message.
 //
 // Limits: a message line is at most 4 MiB (a longer one is refused and skipped); JSON
-// nesting at most 64 levels. End of input ends the server with status 0.
+// nesting at most 64 levels. End of input ends the server with status 0 once the
+// messages already read are answered.
+//
+// Messages are read while a call runs: "ping" is answered at once, and
+// "notifications/cancelled" naming the call in progress ends it at its next wait,
+// event or accessibility action with an error result; every other message is handled
+// in turn after it.
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/arguments.h"
 #include "cli/json_output.h"
+#include "mcp/cancellable_platform.h"
 #include "platform/platform.h"
 #include "runtime/command_context.h"
 
@@ -57,16 +66,29 @@ cli::Json toolDescription(const ToolEntry& tool);
 class McpServer {
  public:
   McpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch);
-  // The reply to one message line; absent for a notification (or a response).
+  // The reply to one message line; absent for a notification (or a response). Never
+  // throws: whatever a message holds, the server goes on.
   std::optional<cli::Json> handleLine(const std::string& line);
+  // For the reader while another message is being handled (safe from another thread):
+  // a cancellation is noted (and cancels the call in progress when it names it) and a
+  // ping is answered at once. True when the line was dealt with; `reply` then holds
+  // the answer, if any.
+  bool handleDuringCall(const std::string& line, std::optional<cli::Json>& reply);
 
  private:
+  std::optional<cli::Json> handleMessage(const std::string& line);
   cli::Json handleRequest(const cli::Json& message);
   cli::Json callTool(const cli::Json& params);
+  // Records a notifications/cancelled; cancels the call in progress when it is the one.
+  void noteCancellation(const cli::Json& message);
 
   const runtime::ProcessValues& values_;
-  platform::Platform& platform_;
+  CancellablePlatform platform_;
   Dispatcher dispatch_;
+
+  std::mutex mutex_;                  // guards the two below
+  std::optional<std::string> current_;  // the id (as JSON text) of the request being handled
+  std::deque<std::string> cancelled_;   // ids cancelled before their request was handled
 };
 
 // Reads messages from `input` until its end, writes replies to `output`. Returns 0.

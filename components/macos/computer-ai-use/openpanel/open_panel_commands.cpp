@@ -6,11 +6,13 @@
 #include <unordered_set>
 
 #include <algorithm>
+#include <cmath>
 
 #include "apps/app_targeting.h"
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
 #include "common/files.h"
+#include "common/unicode.h"
 #include "input/event_synthesis.h"
 #include "snapshot/ax_access.h"
 
@@ -21,6 +23,7 @@ namespace {
 constexpr double stepCap = 3.0;       // finding an entry, opening a folder
 constexpr double selectionCap = 2.0;  // a selection taking effect
 constexpr double settlePause = 0.18;  // after the panel moves to another folder
+constexpr double maxOpenPanelTimeout = 600;
 constexpr uint16_t keyReturn = 36, keyLeftBracket = 33;
 
 bool truth(const std::optional<platform::AXAttributeValue>& v) { return v && v->number() && v->number()->truthValue(); }
@@ -43,11 +46,17 @@ std::string expandingTilde(const std::string& path, const std::string& home) {
   return out;
 }
 
-// --timeout: seconds; absent, empty or not a number gives the default.
+// --timeout: seconds; absent, empty or not a number gives the default. A wait has a
+// bound: a negative, infinite or larger time-out is refused rather than waited out.
 double timeoutFlag(const cli::Flags& flags, double fallback) {
   auto text = cli::flagValue(flags, {"--timeout"});
   if (!text) return fallback;
-  return cli::parseDouble(*text).value_or(fallback);
+  std::optional<double> seconds = cli::parseDouble(*text);
+  if (!seconds || std::isnan(*seconds)) return fallback;
+  if (*seconds < 0 || *seconds > maxOpenPanelTimeout) {
+    throw cli::ToolError("--timeout must be a number of seconds from 0 to 600, not " + common::escapingLineBreaks(*text));
+  }
+  return *seconds;
 }
 
 struct Opened {

@@ -151,6 +151,7 @@ void handleGetAppState(runtime::CommandContext& context, const std::string& appQ
       apps::resolveApp(appQuery, context.platform.workspace(), context.values.exactNameFirstScore);
   CurrentState state = fetchCurrentState(context, app, titleContains, windowID);
   const AppStateSnapshot& s = state.snapshot;
+  context.result.screenshotPath = s.screenshotPath;
   switch (format) {
     case AppStateFormat::plugin:
       context.output.standardOutput(pluginText(s) + "\n");

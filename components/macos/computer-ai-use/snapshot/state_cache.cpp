@@ -46,6 +46,10 @@ void ensureCacheDirectory(const std::string& cacheDirectory) {
   if (!common::createPrivateDirectories(cacheDirectory, common::deletingLastPathComponent(cacheDirectory), 0700)) {
     throw cli::ToolError("Could not create the cache folder " + cacheDirectory + ": " + std::strerror(errno));
   }
+  if (!common::isPrivateDirectory(cacheDirectory)) {
+    throw cli::ToolError("The cache folder " + cacheDirectory +
+                         " belongs to another user or others can write to it; remove it and try again");
+  }
 }
 
 namespace {
@@ -125,23 +129,23 @@ std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, co
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
                                                 const std::optional<platform::Rect>& fallbackFrame) {
   std::string path = screenshotFileURL(values, app);
-  // Beside the final file, with the same extension: the tools choose the format by it.
-  std::string aside = path.substr(0, path.size() - 4) + ".partial.png";
   try {
     if (!common::createPrivateDirectories(values.cacheDirectoryURL,
-                                          common::deletingLastPathComponent(values.cacheDirectoryURL), 0700)) {
+                                          common::deletingLastPathComponent(values.cacheDirectoryURL), 0700) ||
+        !common::isPrivateDirectory(values.cacheDirectoryURL)) {
       return std::nullopt;
     }
     ::unlink(path.c_str());  // a failed capture must not leave the previous image behind
-    ::unlink(aside.c_str());
-    if (captureTo(platform, values, app, windowInfo, fallbackFrame, aside) && ::chmod(aside.c_str(), 0600) == 0 &&
-        ::rename(aside.c_str(), path.c_str()) == 0) {
+    // Made in a private folder of its own, with the final name: the tools choose the
+    // format by the extension, and nothing planted beside the cache can be followed.
+    common::StagedFile staged(path);
+    if (staged.ready() &&
+        captureTo(platform, values, app, windowInfo, fallbackFrame, staged.stagedPath()) && staged.commit(0600)) {
       return CapturedImage{path, readImageSize(platform, path)};
     }
   } catch (const std::exception&) {
     // A capture that fails in any way leaves the snapshot without a screenshot.
   }
-  ::unlink(aside.c_str());
   return std::nullopt;
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "capture/background_capture.h"
@@ -83,10 +85,138 @@ TEST(BackgroundCapture, OptionMessages) {
     EXPECT_EQ(run.err, "background-window-capture: " + message + "\n");
     EXPECT_EQ(run.out, "");
   }
-  ToolRun help = runTool({"__background-window-capture", "--help"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.substr(0, 7), "Usage:\n");
-  EXPECT_NE(help.out.find("\nExamples:\n  background-window-capture list --pid 33995\n"), std::string::npos);
+  // Bounds on waits: a mistake, not a plan.
+  for (const auto& [arguments, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"list", "--timeout", "601"}, "--timeout must be at most 600 seconds"},
+           {{"list", "--timeout", "inf"}, "--timeout requires a positive number"},
+           {{"watch", "--interval", "1e300"}, "--interval must be at most 86400 seconds"}}) {
+    std::vector<std::string> args = arguments;
+    args.insert(args.begin(), "__background-window-capture");
+    EXPECT_EQ(runTool(args).err, "background-window-capture: " + message + "\n");
+  }
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"--help"}, {"list", "--help"}, {"capture", "--pid", "1", "--help"}}) {
+    std::vector<std::string> args = arguments;
+    args.insert(args.begin(), "__background-window-capture");
+    ToolRun help = runTool(args);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.substr(0, 7), "Usage:\n");
+    EXPECT_NE(help.out.find("\nExamples:\n  background-window-capture list --pid 33995\n"), std::string::npos);
+  }
+}
+
+TEST(BackgroundCapture, OnlyDoubleDashHelpAsksForTheUsage) {
+  // "help" and "-h" are ordinary values (a title, a file name), and an option's value is
+  // whatever follows it, "--help" included.
+  CaptureDesktop d;
+  d.edit("\"name\": \"Meeting notes.txt\"", "\"name\": \"help -h --help\"");
+  for (std::string title : {"help", "-h", "--help"}) {
+    ToolRun run = d.capture({"list", "--title-contains", title});
+    EXPECT_EQ(run.status, 0) << title << run.err;
+    EXPECT_TRUE(run.out.starts_with("301\tpid=4242\t")) << title << run.out;
+  }
+  ToolRun run = d.capture({"capture", "--pid", "4242", "--out", d.out("help")});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(wholePNG(d.out("help")));
+  EXPECT_EQ(d.capture({"help"}).err, "background-window-capture: unknown command: help\n");
+}
+
+TEST(BackgroundCapture, TheOutputIsARegularFileOrNothing) {
+  CaptureDesktop d;
+  std::string victim = d.out("victim.txt");
+  tavlin::testing::writeText(victim, "keep me");
+  struct Case {
+    std::string name;
+    std::function<void(const std::string&)> make;
+    std::string problem;
+  };
+  const std::vector<Case> cases = {
+      {"folder", [](const std::string& p) { std::filesystem::create_directory(p); }, "is a directory"},
+      {"fifo", [](const std::string& p) { ::mkfifo(p.c_str(), 0600); }, "is not a regular file"},
+      {"link", [&](const std::string& p) { std::filesystem::create_symlink(victim, p); }, "is a symbolic link"},
+      {"dangling link", [&](const std::string& p) { std::filesystem::create_symlink(d.out("nowhere"), p); },
+       "is a symbolic link"},
+  };
+  for (const Case& c : cases) {
+    for (const char* command : {"capture", "watch"}) {
+      std::string out = d.out(c.name + "-" + command + ".png");
+      c.make(out);
+      std::vector<std::string> arguments = {command, "--pid", "4242", "--out", out};
+      if (std::string(command) == "watch") arguments.insert(arguments.end(), {"--count", "1"});
+      ToolRun run = d.capture(arguments);
+      EXPECT_EQ(run.status, 1) << c.name << " " << command;
+      EXPECT_EQ(run.err, "background-window-capture: failed to write png to " + out + ": " + c.problem + "\n");
+      EXPECT_EQ(run.out, "");
+    }
+  }
+  EXPECT_EQ(readText(victim), "keep me");
+  EXPECT_FALSE(tavlin::common::exists(d.out("nowhere")));
+  for (const auto& entry : std::filesystem::directory_iterator(d.dir.path())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with(".tavlin-")) << entry.path();
+  }
+}
+
+TEST(BackgroundCapture, NoLinkBesideTheOutputIsEverFollowed) {
+  // Another user of a shared folder plants links at every name a writer might use for
+  // its temporary file; the victim's files stay as they are.
+  CaptureDesktop d;
+  std::string victim = d.out("victim.txt");
+  tavlin::testing::writeText(victim, "keep me");
+  std::string folder = d.out("shared");
+  std::filesystem::create_directory(folder);
+  std::string out = folder + "/shot.png", history = folder + "/history";
+  pid_t next = ::getpid();
+  for (pid_t pid = next; pid < next + 400; ++pid) {
+    for (const std::string& name : {".shot.png.tmp-" + std::to_string(pid) + ".png", "shot.png.tmp-" + std::to_string(pid)}) {
+      std::filesystem::create_symlink(victim, folder + "/" + name);
+    }
+  }
+  ToolRun run = d.capture({"watch", "--pid", "4242", "--out", out, "--archive-dir", history, "--count", "2",
+                           "--interval", "1"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(readText(victim), "keep me");
+  EXPECT_TRUE(wholePNG(out));
+  EXPECT_FALSE(std::filesystem::is_symlink(out));
+}
+
+TEST(BackgroundCapture, ModesNamesAndArchiveFailures) {
+  CaptureDesktop d;
+  mode_t before = ::umask(027);
+  // A new file follows the umask; a replaced one keeps its mode.
+  ASSERT_EQ(d.capture({"capture", "--pid", "4242", "--out", d.out("new.png")}).status, 0);
+  EXPECT_EQ(std::filesystem::status(d.out("new.png")).permissions(),
+            std::filesystem::perms(0640));
+  tavlin::testing::writeText(d.out("old.png"), "x");
+  ::chmod(d.out("old.png").c_str(), 0604);
+  ASSERT_EQ(d.capture({"capture", "--pid", "4242", "--out", d.out("old.png")}).status, 0);
+  EXPECT_EQ(std::filesystem::status(d.out("old.png")).permissions(), std::filesystem::perms(0604));
+  EXPECT_TRUE(wholePNG(d.out("old.png")));
+  // Archive copies follow the umask too.
+  ASSERT_EQ(d.capture({"watch", "--pid", "4242", "--out", d.out("w.png"), "--archive-dir", d.out("h"), "--count",
+                       "1"}).status,
+            0);
+  for (const auto& entry : std::filesystem::directory_iterator(d.out("h"))) {
+    EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0640));
+  }
+  ::umask(before);
+
+  // The longest valid file name works: nothing longer is made beside it.
+  std::string longName = d.out(std::string(251, 'n') + ".png");
+  ToolRun run = d.capture({"capture", "--pid", "4242", "--out", longName});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(wholePNG(longName));
+
+  // An archive that cannot be written is the archive's failure: the capture stands.
+  tavlin::testing::writeText(d.out("not-a-folder"), "x");
+  run = d.capture({"watch", "--pid", "4242", "--out", d.out("w2.png"), "--archive-dir", d.out("not-a-folder"),
+                   "--count", "1"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(run.out.find("captured window 301 (pid=4242, app=Scribe) to " + d.out("w2.png") + "\n"),
+            std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.err, "watch archive failed: could not create the archive folder " + d.out("not-a-folder") +
+                         ": not a directory\n");
+  EXPECT_EQ(count(run.err, "watch capture failed"), 0u);
 }
 
 TEST(BackgroundCapture, ListAndCapture) {
@@ -213,7 +343,7 @@ TEST(BackgroundCapture, WatchArchivesEachCapture) {
 }
 
 TEST(BackgroundCapture, WatchStopsCleanlyOnASignal) {
-  for (int signal : {SIGINT, SIGTERM}) {
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
     CaptureDesktop d;
     std::string out = d.out("latest.png"), history = d.out("history"), log = d.out("watch.out");
     std::vector<std::string> env = {"TAVLIN_SIM_DESKTOP=" + d.path, "TAVLIN_SIM_EVENT_LOG=" + d.log,
@@ -238,6 +368,8 @@ TEST(BackgroundCapture, WatchStopsCleanlyOnASignal) {
          ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
+    // Each line shows as it happens, not when the watch ends.
+    EXPECT_NE(readText(log).find("captured window 301"), std::string::npos) << readText(log);
     ::kill(pid, signal);
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
@@ -254,6 +386,7 @@ TEST(BackgroundCapture, WatchStopsCleanlyOnASignal) {
     // Nothing half-written is left beside the output or in the archive.
     for (const auto& entry : std::filesystem::directory_iterator(d.dir.path())) {
       EXPECT_EQ(entry.path().filename().string().find(".tmp-"), std::string::npos) << entry.path();
+      EXPECT_FALSE(entry.path().filename().string().starts_with(".tavlin-")) << entry.path();
     }
   }
 }

@@ -1,5 +1,7 @@
 // get-app-state end to end: the real binary against fixture desktops.
 #include <gtest/gtest.h>
+
+#include <regex>
 #include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
@@ -130,9 +132,11 @@ TEST(GetAppState, CaptureFallbacksAndFailures) {
     ToolRun run = d.run({"get-app-state", "--app", "Scribe"});
     EXPECT_EQ(run.status, 0);
     EXPECT_NE(run.out.find("\nScreenshot: $TMP/Library/"), std::string::npos);
-    EXPECT_NE(d.events().find("0.000 system run program=/usr/sbin/screencapture arguments=\"-x -R120,80,900,640 "
-                              "$TMP/Library/Caches/Tavlin/computer-ai-use-state/com.tavlin.example.scribe-4242.partial.png\""),
-              std::string::npos)
+    // Into a private folder of its own in the cache, under the final name.
+    EXPECT_TRUE(std::regex_search(d.events(), std::regex("0\\.000 system run program=/usr/sbin/screencapture "
+                                                         "arguments=\"-x -R120,80,900,640 \\$TMP/Library/Caches/Tavlin/"
+                                                         "computer-ai-use-state/\\.tavlin-[A-Za-z0-9]{6}/"
+                                                         "com\\.tavlin\\.example\\.scribe-4242\\.png\"")))
         << d.events();
   }
   {

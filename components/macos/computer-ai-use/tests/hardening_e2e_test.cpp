@@ -11,6 +11,8 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
+#include <optional>
 
 #include "common/files.h"
 #include "platform/posix_processes.h"
@@ -315,4 +317,65 @@ TEST(Hardening, AnUnwritableCacheFolderIsAClearError) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "Could not create the cache folder " + d.cache() + ": Not a directory\n");
   EXPECT_EQ(run.out, "");
+}
+
+TEST(Hardening, EveryWaitHasABound) {
+  // The Open panel waits: a negative, infinite or larger time-out is refused before
+  // any wait; one that is not a number is the default, as an absent one.
+  Desktop d;
+  for (std::string timeout : {"-1", "-0.5", "inf", "-inf", "601", "1e6", "1e308"}) {
+    for (const char* command : {"inspect-open-panel", "choose-open-panel-path", "choose-open-panel-bundle"}) {
+      ToolRun run = d.run({command, "--app", "Scribe", "--path", "/tmp/x.app", "--timeout", timeout});
+      EXPECT_EQ(run.status, 1) << command << " " << timeout;
+      EXPECT_EQ(run.err, "--timeout must be a number of seconds from 0 to 600, not " + timeout + "\n");
+    }
+  }
+  for (std::string timeout : {"nan", "soon", ""}) {
+    ToolRun run = d.run({"inspect-open-panel", "--app", "Scribe", "--timeout", timeout});
+    EXPECT_EQ(run.err, "Native Open panel not found within 1.0s\n") << timeout;
+  }
+  EXPECT_EQ(d.run({"inspect-open-panel", "--app", "Scribe", "--timeout", "600"}).err,
+            "Native Open panel not found within 600.0s\n");
+}
+
+TEST(Hardening, OwnFilesAreWrittenWithoutFollowingLinks) {
+  // Temporary names are unpredictable and made exclusively: links planted at any
+  // name the old scheme used are left alone, and a name at the length limit still
+  // gets its temporary file.
+  TempDir dir;
+  std::string victim = dir.file("victim");
+  writeText(victim, "keep me");
+  std::string target = dir.file("state.json");
+  for (const char* name : {"state.json.tmp-000000", "state.json.tmp-XXXXXX", ".state.json.tmp"}) {
+    std::filesystem::create_symlink(victim, dir.file(name));
+  }
+  EXPECT_TRUE(tavlin::common::writeFileAtomically(target, "new"));
+  EXPECT_EQ(readText(victim), "keep me");
+  EXPECT_EQ(readText(target), "new");
+  std::string longest = dir.file(std::string(255, 'n'));
+  EXPECT_TRUE(tavlin::common::writeFileAtomically(longest, "x"));
+  std::string accented = dir.file(std::string(252, 'n') + "\xC3\xA9");  // 254 bytes, a two-byte character last
+  EXPECT_TRUE(tavlin::common::writeFileAtomically(accented, "x"));
+  size_t leftovers = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    leftovers += entry.path().filename().string().find(".tmp-") != std::string::npos &&
+                 !std::filesystem::is_symlink(entry.path());
+  }
+  EXPECT_EQ(leftovers, 0u);
+
+  // Staging for writers that take a path: the final name is a regular file or nothing.
+  for (const auto& [make, problem] : std::vector<std::pair<std::function<void(const std::string&)>, std::string>>{
+           {[](const std::string& p) { std::filesystem::create_directory(p); }, "is a directory"},
+           {[](const std::string& p) { ::mkfifo(p.c_str(), 0600); }, "is not a regular file"},
+           {[&](const std::string& p) { std::filesystem::create_symlink(victim, p); }, "is a symbolic link"}}) {
+    std::string out = dir.file("out-" + std::to_string(problem.size()));
+    make(out);
+    EXPECT_EQ(tavlin::common::outputTargetProblem(out).value_or("none"), problem);
+  }
+  std::optional<mode_t> mode;
+  writeText(dir.file("plain"), "x");
+  ::chmod(dir.file("plain").c_str(), 0604);
+  EXPECT_EQ(tavlin::common::outputTargetProblem(dir.file("plain"), &mode), std::nullopt);
+  EXPECT_EQ(mode, std::optional<mode_t>(0604));
+  EXPECT_EQ(tavlin::common::outputTargetProblem(dir.file("missing")), std::nullopt);
 }

@@ -5,6 +5,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
 #include "entry/agent_tool.h"
 #include "mcp/mcp_server.h"
 #include "platform/sim/sim_platform.h"
@@ -15,13 +20,14 @@ using cli::Json;
 
 namespace {
 
+const char* smallDesktop = R"({"tavlinDesktop": 1, "frontmostPid": 5,
+    "apps": [{"pid": 5, "name": "P", "ui": {"role": "AXApplication", "children": [
+      {"role": "AXWindow", "title": "W", "position": [0, 0], "size": [10, 10]}]}}]})";
+
 struct Server {
-  tavlin::testing::TempDir dir;  // where each call writes the desktop back
-  Server()
-      : platform(sim::SimDesktop::fromJson(nlohmann::ordered_json::parse(R"({"tavlinDesktop": 1, "frontmostPid": 5,
-          "apps": [{"pid": 5, "name": "P", "ui": {"role": "AXApplication", "children": [
-            {"role": "AXWindow", "title": "W", "position": [0, 0], "size": [10, 10]}]}}]})"),
-                                           dir.file("desktop.json"), "")),
+  tavlin::testing::TempDir dir;  // where each call writes the desktop back and keeps its cache
+  explicit Server(const std::string& desktop = smallDesktop)
+      : platform(sim::SimDesktop::fromJson(nlohmann::ordered_json::parse(desktop), dir.file("desktop.json"), "")),
         server(values, platform, entry::dispatchAgentCommand) {
     values.traversalAttributes = {"AXChildren", "AXWindows", "AXMainWindow", "AXFocusedWindow",
                                   "AXChildrenInNavigationOrder"};
@@ -69,6 +75,15 @@ TEST(McpProtocol, BadMessagesGetTheirErrors) {
       {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"colour": "red"}}})",
        "-32602 Invalid params: unknown argument \"colour\" for tool click"},
       {std::string(100, '[') + std::string(100, ']'), "-32700 Parse error: nested too deeply"},
+      // A version of any other type is refused like a wrong one, never a fault.
+      {R"({"jsonrpc": 2, "id": 1, "method": "ping"})", "-32600 Invalid Request"},
+      {R"({"jsonrpc": null, "id": 1, "method": "ping"})", "-32600 Invalid Request"},
+      {R"({"jsonrpc": ["2.0"], "id": 1, "method": "ping"})", "-32600 Invalid Request"},
+      {R"({"jsonrpc": {"v": "2.0"}, "id": 1, "method": "tools/call"})", "-32600 Invalid Request"},
+      {R"({"id": 1, "method": "ping"})", "-32600 Invalid Request"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": 7})", "-32600 Invalid Request"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": 3}})",
+       "-32602 Invalid params: a tool call needs a name"},
   };
   for (const auto& [line, expected] : cases) EXPECT_EQ(errorOf(s.send(line)), expected) << line;
 
@@ -130,6 +145,159 @@ TEST(McpProtocol, TheStreamSurvivesHugeLinesAndEndsAtEndOfInput) {
             "{\"error\":{\"code\":-32600,\"message\":\"Request too large (over 4 MiB)\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n"
             "{\"id\":2,\"jsonrpc\":\"2.0\",\"result\":{}}\n"
             "{\"id\":3,\"jsonrpc\":\"2.0\",\"result\":{}}\n");
+}
+
+namespace {
+
+// The example desktop with the Scribe window renamed.
+std::string titledDesktop(const std::string& title) {
+  return tavlin::testing::replaceAll(
+      tavlin::testing::readText(std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json"),
+      "\"Meeting notes.txt\"", Json(title).dump());
+}
+
+// The images a reply carries, as base64.
+std::vector<std::string> imagesOf(const Json& reply) {
+  std::vector<std::string> images;
+  for (const Json& block : reply["result"]["content"]) {
+    if (block["type"] == "image") images.push_back(block["data"].get<std::string>());
+  }
+  return images;
+}
+
+}  // namespace
+
+TEST(McpScreenshots, OnlyTheSnapshotsOwnImageIsSent) {
+  // A PNG elsewhere that a crafted title names: it must never reach the client, in
+  // whatever format the listing is asked for.
+  tavlin::testing::TempDir other;
+  std::string secret = other.file("secret.png");
+  tavlin::testing::writeText(secret, std::string("\x89PNG\r\n\x1a\n", 8) + "private bytes");
+  for (std::string lead : {"\n", "\r\n", "\nApp=x\n"}) {
+    Server s(titledDesktop("Notes" + lead + "Screenshot: " + secret));
+    for (const char* format : {"plugin", "plugin-json", "json"}) {
+      Json reply = s.call("get_app_state", std::string(R"({"app": "Scribe", "format": ")") + format + "\"}");
+      ASSERT_EQ(reply["result"]["isError"], false) << reply.dump();
+      std::vector<std::string> images = imagesOf(reply);
+      ASSERT_EQ(images.size(), 1u) << format;
+      std::string own = tavlin::testing::readText(s.dir.file("cache/com.tavlin.example.scribe-4242.png"));
+      EXPECT_EQ(images[0], mcp::base64(own)) << format;
+      EXPECT_NE(images[0], mcp::base64(tavlin::testing::readText(secret))) << format;
+    }
+  }
+
+  // The cache's own file, replaced after the command wrote it by a link or by something
+  // that is not a PNG, is not sent either.
+  Server s(titledDesktop("Notes"));
+  std::string own = s.dir.file("cache/com.tavlin.example.scribe-4242.png");
+  struct Swap {
+    const char* name;
+    std::function<void()> make;
+  };
+  std::vector<Swap> swaps = {
+      {"link", [&] { std::filesystem::remove(own); std::filesystem::create_symlink(secret, own); }},
+      {"not a png", [&] { tavlin::testing::writeText(own, "plain text"); }},
+  };
+  for (const Swap& swap : swaps) {
+    mcp::Dispatcher swapping = [&](runtime::CommandContext& c, const std::string& command, const cli::Flags& flags) {
+      entry::dispatchAgentCommand(c, command, flags);
+      swap.make();
+    };
+    mcp::McpServer server(s.values, s.platform, swapping);
+    Json reply = *server.handleLine(
+        R"({"jsonrpc": "2.0", "id": 7, "method": "tools/call", "params": {"name": "get_app_state", "arguments": {"app": "Scribe"}}})");
+    EXPECT_EQ(reply["result"]["isError"], false) << swap.name;
+    EXPECT_TRUE(imagesOf(reply).empty()) << swap.name;
+  }
+}
+
+namespace {
+
+// Runs the server on pipes, so a test can talk to it while a call is in progress.
+struct LiveServer {
+  int toServer[2] = {-1, -1}, fromServer[2] = {-1, -1};
+  Server s;
+  std::thread thread;
+  explicit LiveServer(mcp::Dispatcher dispatch) {
+    EXPECT_EQ(::pipe(toServer), 0);
+    EXPECT_EQ(::pipe(fromServer), 0);
+    thread = std::thread([this, dispatch] {
+      mcp::runMcpServer(s.values, s.platform, dispatch, toServer[0], fromServer[1]);
+      ::close(fromServer[1]);
+    });
+  }
+  ~LiveServer() {
+    if (toServer[1] >= 0) ::close(toServer[1]);
+    thread.join();
+    ::close(toServer[0]);
+    ::close(fromServer[0]);
+  }
+  void send(const std::string& line) { ASSERT_TRUE(runtime::writeAll(toServer[1], line + "\n")); }
+  void close() {
+    ::close(toServer[1]);
+    toServer[1] = -1;
+  }
+  // The next reply line.
+  Json next() {
+    std::string line;
+    char c;
+    while (::read(fromServer[0], &c, 1) == 1 && c != '\n') line += c;
+    return Json::parse(line, nullptr, false);
+  }
+};
+
+}  // namespace
+
+TEST(McpCancellation, ACancelledCallEndsAtItsNextWaitAndPingsAreAnsweredMeanwhile) {
+  std::atomic<bool> started{false};
+  std::atomic<int> eventsAfterCancel{0};
+  // A command that would wait for ever, one poll at a time.
+  mcp::Dispatcher waiting = [&](runtime::CommandContext& c, const std::string&, const cli::Flags&) {
+    started = true;
+    for (;;) c.platform.clock().sleep(0.12);
+  };
+  {
+    LiveServer live(waiting);
+    live.send(R"({"jsonrpc": "2.0", "id": 41, "method": "tools/call", "params": {"name": "list_apps"}})");
+    while (!started) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    live.send(R"({"jsonrpc": "2.0", "id": 42, "method": "ping"})");
+    EXPECT_EQ(live.next().dump(), R"({"id":42,"jsonrpc":"2.0","result":{}})");
+    // Another id is not this call; the right one ends it.
+    live.send(R"({"jsonrpc": "2.0", "method": "notifications/cancelled", "params": {"requestId": 40}})");
+    live.send(R"({"jsonrpc": "2.0", "method": "notifications/cancelled", "params": {"requestId": 41, "reason": "x"}})");
+    Json ended = live.next();
+    EXPECT_EQ(ended["id"], 41);
+    EXPECT_EQ(ended["result"]["isError"], true);
+    EXPECT_EQ(ended["result"]["content"][0]["text"], mcp::cancelledMessage);
+    // The server goes on, and its next call is not cancelled.
+    live.send(R"({"jsonrpc": "2.0", "id": 43, "method": "ping"})");
+    EXPECT_EQ(live.next()["id"], 43);
+  }
+
+  // A call cancelled while it waits its turn never starts; once cancelled, a call posts
+  // no further event.
+  started = false;
+  mcp::Dispatcher acting = [&](runtime::CommandContext& c, const std::string& command, const cli::Flags&) {
+    if (command == "list-apps") {
+      started = true;
+      for (;;) c.platform.clock().sleep(0.12);
+    }
+    auto event = c.platform.events().createKeyboardEvent(0, true);
+    c.platform.events().postToPid(5, *event);
+    ++eventsAfterCancel;
+  };
+  LiveServer live(acting);
+  live.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "list_apps"}})");
+  while (!started) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  live.send(R"({"jsonrpc": "2.0", "id": 2, "method": "tools/call", "params": {"name": "press_key", "arguments": {"app": "P", "key": "a"}}})");
+  live.send(R"({"jsonrpc": "2.0", "method": "notifications/cancelled", "params": {"requestId": 2}})");
+  live.send(R"({"jsonrpc": "2.0", "method": "notifications/cancelled", "params": {"requestId": 1}})");
+  EXPECT_EQ(live.next()["id"], 1);
+  Json second = live.next();
+  EXPECT_EQ(second["id"], 2);
+  EXPECT_EQ(second["result"]["content"][0]["text"], mcp::cancelledMessage);
+  EXPECT_EQ(eventsAfterCancel, 0);
+  live.close();
 }
 
 TEST(McpProtocol, Base64) {

@@ -1,0 +1,45 @@
+#pragma once
+// The platform as a server's tool call sees it: every port forwards to the real one,
+// but once the call is cancelled (the client's notifications/cancelled) its next wait,
+// posted event, accessibility action or value change throws a ToolError instead of
+// happening, so a cancelled call ends at its next poll and does nothing more.
+#include <atomic>
+#include <memory>
+
+#include "platform/platform.h"
+
+namespace tavlin::mcp {
+
+inline constexpr const char* cancelledMessage = "The call was cancelled by the client.";
+
+class CancellablePlatform final : public platform::Platform {
+ public:
+  explicit CancellablePlatform(platform::Platform& inner);
+  ~CancellablePlatform() override;
+
+  // Safe from any thread.
+  void cancel() { cancelled_ = true; }
+  void reset() { cancelled_ = false; }
+  bool cancelled() const { return cancelled_; }
+  // Throws the cancellation's ToolError when the call was cancelled.
+  void check() const;
+
+  platform::Accessibility& accessibility() override;
+  platform::Events& events() override;
+  platform::Workspace& workspace() override { return inner_.workspace(); }
+  platform::WindowList& windowList() override { return inner_.windowList(); }
+  platform::ScreenCapture& screenCapture() override { return inner_.screenCapture(); }
+  platform::Clock& clock() override;
+  platform::Processes& processes() override { return inner_.processes(); }
+  platform::StatusBar& statusBar() override { return inner_.statusBar(); }
+  void commit() override { inner_.commit(); }
+  void checkpoint() override { inner_.checkpoint(); }
+
+ private:
+  platform::Platform& inner_;
+  std::atomic<bool> cancelled_{false};
+  struct Ports;
+  std::unique_ptr<Ports> ports_;
+};
+
+}  // namespace tavlin::mcp
