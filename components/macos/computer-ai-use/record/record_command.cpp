@@ -132,6 +132,12 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
       }
     }
     if (!haveApp) usageError("--app is required");
+    // Checked before recording, so a long recording is not lost at the end.
+    if (out) {
+      if (auto problem = common::outputTargetProblem(*out)) {
+        throw cli::ToolError("tavlin-record: cannot write " + *out + " (" + *problem + ")");
+      }
+    }
     Recording recording = recordDesktop(values, platform, options);
     std::string text = desktopText(recording.desktop);
     std::string summary = "Recorded " + std::to_string(recording.elements) + " elements of " + options.app;

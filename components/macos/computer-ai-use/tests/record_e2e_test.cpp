@@ -290,7 +290,12 @@ TEST(DesktopRecorder, BadInputIsOneClearError) {
       {{"--app", "Tricky", "--window-id", "x\ny"}, "tavlin-record: --window-id must be a window number, not x\\ny\n"},
       {{"--app", "Nothing"}, "No running application matches Nothing\n"},
       {{"--app", "Tricky", "--out", r.dir.file("missing/folder/out.json")}, "tavlin-record: cannot write "},
+      // Only a regular file or nothing is replaced.
+      {{"--app", "Tricky", "--out", r.dir.path()}, "tavlin-record: cannot write " + r.dir.path() + " (is a directory)\n"},
+      {{"--app", "Tricky", "--out", r.dir.file("fifo")}, "tavlin-record: cannot write " + r.dir.file("fifo") +
+                                                          " (is not a regular file)\n"},
   };
+  ::mkfifo(r.dir.file("fifo").c_str(), 0600);
   for (const Case& c : cases) {
     std::vector<std::string> args = {"__record-desktop"};
     args.insert(args.end(), c.args.begin(), c.args.end());
