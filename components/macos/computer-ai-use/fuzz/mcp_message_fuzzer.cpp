@@ -35,6 +35,11 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
+void requireResponse(const tavlin::cli::Json& reply) {
+  require(reply.is_object() && reply.contains("jsonrpc") && reply["jsonrpc"] == "2.0" && reply.contains("id"));
+  require(reply.contains("result") != reply.contains("error"));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -64,8 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (end == std::string::npos) end = input.size();
     std::optional<cli::Json> reply = server.handleLine(input.substr(start, end - start));
     if (reply) {
-      require(reply->is_object() && (*reply)["jsonrpc"] == "2.0" && reply->contains("id"));
-      require(reply->contains("result") != reply->contains("error"));
+      if (reply->is_array()) {  // a batch's replies, never empty
+        require(!reply->empty());
+        for (const cli::Json& one : *reply) requireResponse(one);
+      } else {
+        requireResponse(*reply);
+      }
       (void)reply->dump(-1, ' ', false, cli::Json::error_handler_t::replace);
     }
     start = end + 1;

@@ -26,7 +26,9 @@ constexpr int parseError = -32700, invalidRequest = -32600, methodNotFound = -32
 // The largest screenshot a reply carries.
 constexpr size_t maxScreenshotBytes = size_t{64} << 20;
 
-const std::vector<std::string> supportedVersions = {"2025-06-18", "2025-11-25"};
+const std::vector<std::string> supportedVersions = {"2024-11-05", "2025-03-26", "2025-06-18", "2025-11-25"};
+// The one version whose clients may send JSON-RPC batches (arrays of messages).
+constexpr const char* batchVersion = "2025-03-26";
 
 Json errorReply(const Json& id, int code, const std::string& message) {
   return {{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}};
@@ -293,6 +295,18 @@ std::optional<Json> McpServer::handleMessage(const std::string& line) {
   if (common::checkJsonText(line, 64)) return errorReply(nullptr, parseError, "Parse error: nested too deeply");
   Json message = Json::parse(line, nullptr, false);
   if (message.is_discarded()) return errorReply(nullptr, parseError, "Parse error");
+  if (message.is_array() && protocol_ == batchVersion && !message.empty()) {
+    Json replies = Json::array();
+    for (Json& element : message) {
+      if (auto reply = handleObject(std::move(element))) replies.push_back(std::move(*reply));
+    }
+    if (replies.empty()) return std::nullopt;  // notifications only
+    return replies;
+  }
+  return handleObject(std::move(message));
+}
+
+std::optional<Json> McpServer::handleObject(Json message) {
   if (!message.is_object()) return errorReply(nullptr, invalidRequest, "Invalid Request: expected one JSON object");
   bool hasId = message.contains("id");
   Json id = hasId ? message["id"] : Json(nullptr);
@@ -355,6 +369,7 @@ Json McpServer::handleRequest(const Json& message) {
         if (v == asked) version = asked;
       }
     }
+    protocol_ = version;
     return {{"protocolVersion", version},
             {"capabilities", {{"tools", {{"listChanged", false}}}}},
             {"serverInfo",

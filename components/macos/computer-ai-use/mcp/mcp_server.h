@@ -1,7 +1,8 @@
 #pragma once
 // The MCP server mode ("__mcp", bin/tavlin-mcp): every agent command as a tool of the
 // Model Context Protocol, over standard input and output (JSON-RPC 2.0, one message
-// per line; protocol versions 2025-06-18 and 2025-11-25).
+// per line; protocol versions 2024-11-05, 2025-03-26 (with JSON-RPC batches),
+// 2025-06-18 and 2025-11-25).
 //
 // A tool call runs the same handler as the command line, with its arguments mapped
 // onto the flag dictionary, so behaviour and messages are the same. The call's output
@@ -77,6 +78,7 @@ class McpServer {
 
  private:
   std::optional<cli::Json> handleMessage(const std::string& line);
+  std::optional<cli::Json> handleObject(cli::Json message);
   cli::Json handleRequest(const cli::Json& message);
   cli::Json callTool(const cli::Json& params);
   // Records a notifications/cancelled; cancels the call in progress when it is the one.
@@ -85,6 +87,7 @@ class McpServer {
   const runtime::ProcessValues& values_;
   CancellablePlatform platform_;
   Dispatcher dispatch_;
+  std::string protocol_;  // the version agreed at initialize
 
   std::mutex mutex_;                  // guards the two below
   std::optional<std::string> current_;  // the id (as JSON text) of the request being handled

@@ -105,7 +105,16 @@ TEST(McpProtocol, VersionNegotiation) {
   };
   EXPECT_EQ(version("2025-06-18"), "2025-06-18");
   EXPECT_EQ(version("2025-11-25"), "2025-11-25");
-  EXPECT_EQ(version("2024-11-05"), "2025-11-25");
+  EXPECT_EQ(version("2024-11-05"), "2024-11-05");
+  EXPECT_EQ(version("2099-01-01"), "2025-11-25");
+  // Batches only for the version that has them.
+  const std::string batch = R"([{"jsonrpc": "2.0", "id": 1, "method": "ping"}, {"jsonrpc": "2.0", "method": "notifications/initialized"}, 7])";
+  EXPECT_EQ(errorOf(s.send(batch)), "-32600 Invalid Request: expected one JSON object");
+  EXPECT_EQ(version("2025-03-26"), "2025-03-26");
+  EXPECT_EQ(s.send(batch)->dump(),
+            R"([{"id":1,"jsonrpc":"2.0","result":{}},{"error":{"code":-32600,"message":"Invalid Request: expected one JSON object"},"id":null,"jsonrpc":"2.0"}])");
+  EXPECT_EQ(s.send(R"([{"jsonrpc": "2.0", "method": "notifications/initialized"}])"), std::nullopt);
+  EXPECT_EQ(errorOf(s.send("[]")), "-32600 Invalid Request: expected one JSON object");
   Json reply = *s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "initialize", "params": {}})");
   EXPECT_EQ(reply["result"]["serverInfo"]["version"], "0.1.0");
   EXPECT_EQ(reply["result"]["capabilities"]["tools"]["listChanged"], false);
