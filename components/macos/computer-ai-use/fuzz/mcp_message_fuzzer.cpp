@@ -14,7 +14,8 @@
 
 namespace {
 
-const char* desktop = R"({"tavlinDesktop": 1, "frontmostPid": 5, "apps": [
+const char* desktop = R"({"tavlinDesktop": 1, "frontmostPid": 5,
+  "capture": {"companion": "fails", "screencapture": "fails"}, "apps": [
   {"pid": 5, "name": "P", "bundleIdentifier": "com.example.p", "ui": {"role": "AXApplication",
     "attributes": {"AXFocusedWindow": {"ref": "w"}}, "children": [
       {"id": "w", "role": "AXWindow", "title": "W", "position": [0, 0], "size": [200, 100], "children": [
