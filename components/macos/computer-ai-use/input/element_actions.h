@@ -25,6 +25,34 @@ void withCurrentTraversedElement(runtime::CommandContext& context, const platfor
                                  std::optional<uint32_t> windowID,
                                  const std::function<void(const snapshot::TraversedElement&)>& body);
 
+// The opt-in check that an index still means what the agent saw ("--verify-snapshot",
+// always on over MCP). With it, the element is taken from a walk of the window of the
+// application's last get-app-state (or the window the flags name) that neither
+// captures nor touches the state cache, and must still be the element recorded at
+// that index: the same role and path, the same identifier and label where either has
+// one, in the same window. Otherwise the command fails before any event or activation
+// with a message that says what changed and asks for a new get-app-state.
+inline const cli::FlagNames verifySnapshotFlags = {"--verify-snapshot", "--verify_snapshot"};
+
+// Runs `body` on the element with this index, activating the application first when
+// `activate` is set. Without the check: activation, then a fresh walk of the window
+// that `titleContains`/`windowID` choose, as always. With it: the check first, then
+// activation. Records the element in the command's result. Throws ToolError.
+void withElementToActOn(runtime::CommandContext& context, const platform::RunningApplication& app,
+                        const cli::Flags& flags, int64_t index, bool activate,
+                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                        const std::function<void(const snapshot::TraversedElement&)>& body);
+// The window flags of an index command: "--title-contains" and "--window-id".
+std::optional<std::string> titleContainsFlag(const cli::Flags& flags);
+std::optional<uint32_t> windowIDFlag(const cli::Flags& flags);
+
+// What changed between the element recorded at an index and the one there now (each
+// with its window's root element); absent when it is the same element.
+std::optional<std::string> snapshotChange(const snapshot::ElementSnapshot& recordedRoot,
+                                          const snapshot::ElementSnapshot& recorded,
+                                          const snapshot::ElementSnapshot& liveRoot,
+                                          const snapshot::ElementSnapshot& live);
+
 // The frame's mid-point; throws "Element N does not have a usable frame".
 platform::Point elementCenter(const snapshot::TraversedElement& element);
 

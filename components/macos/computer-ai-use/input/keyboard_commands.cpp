@@ -37,9 +37,8 @@ void handleSetValue(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
   int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
   std::string value = cli::requiredFlag(flags, {"--value"});
-  auto title = cli::flagValue(flags, {"--title-contains", "--title_contains", "--window-title-contains"});
-  auto windowID = cli::uint32Flag(flags, {"--window-id", "--window_id"});
-  withCurrentTraversedElement(context, app, index, title, windowID, [&](const auto& element) {
+  withElementToActOn(context, app, flags, index, false, titleContainsFlag(flags), windowIDFlag(flags),
+                     [&](const auto& element) {
     setAXValue(context.platform.accessibility(), element.element, value);
   });
   cli::writeJSONObject(context.output, {{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"value", value}});
@@ -49,7 +48,7 @@ void handleSecondaryAction(runtime::CommandContext& context, const cli::Flags& f
   platform::RunningApplication app = openCommand(context, flags);
   int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
   std::string action = cli::requiredFlag(flags, {"--action"});
-  withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
+  withElementToActOn(context, app, flags, index, false, std::nullopt, std::nullopt, [&](const auto& element) {
     performAXAction(context.platform.accessibility(), element.element, action);
   });
   cli::writeJSONObject(context.output, {{"ok", true}, {"elementIndex", index}, {"element_index", index}, {"action", action}});

@@ -18,7 +18,10 @@ const cli::FlagNames elementIndexFlags = {"--element-index", "--element_index"};
 
 void handleClick(runtime::CommandContext& context, const cli::Flags& flags) {
   platform::RunningApplication app = openCommand(context, flags);
-  apps::activateApp(app, context.platform);
+  bool byIndex = cli::flagValue(flags, elementIndexFlags).has_value();
+  // A checked index activates only once the element is confirmed.
+  bool activateAfterCheck = byIndex && cli::flagValue(flags, verifySnapshotFlags);
+  if (!activateAfterCheck) apps::activateApp(app, context.platform);
   int64_t clickCount = cli::intFlag(flags, {"--click-count", "--click_count"}, 1);
   // Checked before anything happens: an unbounded count would post for ever.
   if (clickCount > maxClickCount) {
@@ -28,9 +31,10 @@ void handleClick(runtime::CommandContext& context, const cli::Flags& flags) {
   MouseButton button =
       mouseButton(cli::stringFlag(flags, {"--mouse-button", "--mouse_button"}, "left")).value_or(MouseButton::left);
 
-  if (cli::flagValue(flags, elementIndexFlags)) {
+  if (byIndex) {
     int64_t index = cli::intFlag(flags, elementIndexFlags, std::nullopt);
-    withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
+    withElementToActOn(context, app, flags, index, activateAfterCheck, std::nullopt, std::nullopt,
+                       [&](const auto& element) {
       const auto& s = element.snapshot;
       bool pressable = std::find(s.actions.begin(), s.actions.end(), "AXPress") != s.actions.end();
       // The pointer is the normal path; the accessibility press is only for an
@@ -77,8 +81,7 @@ void handleScroll(runtime::CommandContext& context, const cli::Flags& flags) {
   if (pages > std::numeric_limits<int32_t>::max() / 600) {
     throw cli::ToolError("--pages " + std::to_string(pages) + " is too large for one scroll event");
   }
-  apps::activateApp(app, context.platform);
-  withCurrentTraversedElement(context, app, index, std::nullopt, std::nullopt, [&](const auto& element) {
+  withElementToActOn(context, app, flags, index, true, std::nullopt, std::nullopt, [&](const auto& element) {
     platform::Point point = elementCenter(element);
     requireScreenPoint(point);
     context.platform.events().warpMouseCursor(point);

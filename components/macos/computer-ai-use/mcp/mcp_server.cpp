@@ -45,7 +45,10 @@ ToolParameter app() {
 }
 ToolParameter elementIndex(bool required) {
   return {"element_index", "--element-index", "integer",
-          "The element's index in the latest get_app_state listing of the window.", required, {}};
+          "The element's index in the latest get_app_state listing of the window. The element must still be the "
+          "one listed there (same role, place, identifier and title, same window); otherwise nothing is done and "
+          "the result asks for a new get_app_state.",
+          required, {}};
 }
 ToolParameter titleContains() {
   return {"title_contains", "--title-contains", "string",
@@ -149,7 +152,8 @@ const std::vector<ToolEntry>& toolEntries() {
         {"y", "--y", "number", "Pixel row in the latest screenshot.", false, {}},
         {"click_count", "--click-count", "integer", "Clicks in a row: 2 for a double click (at most 100).", false, {}},
         {"mouse_button", "--mouse-button", "string", "The mouse button (default left).", false,
-         {"left", "right", "middle"}}}},
+         {"left", "right", "middle"}},
+        titleContains(), windowID()}},
       {"type_text", "type-text", "Type text",
        "Activates the application and types the text into its focused element, character by character.",
        {app(), {"text", "--text", "string", "The text to type.", true, {}}}},
@@ -173,7 +177,8 @@ const std::vector<ToolEntry>& toolEntries() {
       {"perform_secondary_action", "perform-secondary-action", "Perform an accessibility action",
        "Performs one of an element's accessibility actions (for example AXShowMenu, AXIncrement, AXPick), as listed "
        "by get_app_state.",
-       {app(), elementIndex(true), {"action", "--action", "string", "The action's name.", true, {}}}},
+       {app(), elementIndex(true), {"action", "--action", "string", "The action's name.", true, {}}, titleContains(),
+        windowID()}},
       {"choose_open_panel_path", "choose-open-panel-path", "Choose a file or folder in an Open panel",
        "Chooses a file or folder in the standard Open panel that the application shows, and confirms it, without "
        "bringing the application forward or moving the pointer.",
@@ -189,7 +194,7 @@ const std::vector<ToolEntry>& toolEntries() {
        "Activates the application, moves the pointer over an element and scrolls it by pages.",
        {app(), elementIndex(true),
         {"direction", "--direction", "string", "Which way to scroll.", true, {"up", "down", "left", "right"}},
-        {"pages", "--pages", "integer", "How many pages (default 1).", false, {}}}},
+        {"pages", "--pages", "integer", "How many pages (default 1).", false, {}}, titleContains(), windowID()}},
       {"drag", "drag", "Drag between screenshot pixels",
        "Activates the application and drags with the left button between two pixels of the latest get_app_state "
        "screenshot.",
@@ -399,6 +404,8 @@ Json McpServer::callTool(const Json& params) {
   }
   if (!tool) throw InvalidParams("Unknown tool: " + name);
   cli::Flags flags = flagsFor(*tool, params.contains("arguments") ? params["arguments"] : Json(nullptr));
+  // Over MCP an index always means the element the agent saw.
+  if (flags.contains("--element-index")) flags["--verify-snapshot"] = "true";
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};
@@ -427,6 +434,12 @@ Json McpServer::callTool(const Json& params) {
   Json parsed = common::checkJsonText(text, 256) ? Json() : Json::parse(text, nullptr, false);
   if (!parsed.is_discarded() && (parsed.is_object() || parsed.is_array())) {
     structured = parsed.is_object() ? parsed : Json{{tool->name == "list_apps" ? "apps" : "result", parsed}};
+    if (context.result.actedOn && structured->is_object()) {
+      const auto& e = *context.result.actedOn;
+      Json element = {{"index", e.index}, {"role", e.role}};
+      if (e.label) element["label"] = *e.label;
+      (*structured)["element"] = element;
+    }
     result["structuredContent"] = *structured;
   }
   if (context.result.screenshotPath) {

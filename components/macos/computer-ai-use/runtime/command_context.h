@@ -14,6 +14,13 @@ namespace tavlin::runtime {
 struct CommandResult {
   // The screenshot this command itself wrote into the state cache.
   std::optional<std::string> screenshotPath;
+  // The element an index action acted on.
+  struct Element {
+    int64_t index = 0;
+    std::string role;
+    std::optional<std::string> label;
+  };
+  std::optional<Element> actedOn;
 };
 
 // What a command handler works with: the start-up values, the platform and where its

@@ -91,7 +91,8 @@ std::string pluginText(const AppStateSnapshot& s) {
 }
 
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
-                               const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
+                               const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                               CacheUpdate cache) {
   platform::Platform& platform = context.platform;
   platform::Accessibility& ax = platform.accessibility();
   platform::Element appElement = ax.applicationElement(app.pid);
@@ -113,8 +114,8 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
   std::optional<platform::Rect> frame;
   if (root.frame) frame = platform::Rect{{root.frame->x, root.frame->y}, {root.frame->width, root.frame->height}};
   if (!frame && selected.quartzWindow) frame = selected.quartzWindow->frame;
-  std::optional<CapturedImage> image =
-      captureWindowImage(platform, context.values, app, selected.quartzWindow, frame);
+  std::optional<CapturedImage> image;
+  if (cache == CacheUpdate::write) image = captureWindowImage(platform, context.values, app, selected.quartzWindow, frame);
 
   AppStateSnapshot& s = state.snapshot;
   s.app = app.localizedName ? *app.localizedName
@@ -138,8 +139,10 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
     if (t.snapshot.focused && !s.focusedElementIndex) s.focusedElementIndex = t.snapshot.index;
     s.elements.push_back(t.snapshot);
   }
-  s.cachePath = cacheFileURL(context.values, app);
-  writeCachedState(s);
+  if (cache == CacheUpdate::write) {
+    s.cachePath = cacheFileURL(context.values, app);
+    writeCachedState(s);
+  }
   return state;
 }
 

@@ -18,8 +18,12 @@ struct CurrentState {
 };
 
 // Walks the selected window, captures it and writes the cache file. Throws ToolError.
+// With CacheUpdate::none the walk neither captures the window nor touches the state
+// cache: the snapshot the agent saw stays what later commands are checked against.
+enum class CacheUpdate { write, none };
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
-                               const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
+                               const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                               CacheUpdate cache = CacheUpdate::write);
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
 std::string shortValue(const std::string& text, int64_t maxLength);

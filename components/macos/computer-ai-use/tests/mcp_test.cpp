@@ -309,6 +309,33 @@ TEST(McpCancellation, ACancelledCallEndsAtItsNextWaitAndPingsAreAnsweredMeanwhil
   live.close();
 }
 
+TEST(McpSnapshotBinding, IndicesMeanTheSnapshottedWindowAndResultsNameTheElement) {
+  Server s(R"({"tavlinDesktop": 1, "frontmostPid": 5, "apps": [{"pid": 5, "name": "P", "ui": {
+    "role": "AXApplication", "attributes": {"AXFocusedWindow": {"ref": "main"}, "AXMainWindow": {"ref": "main"}},
+    "children": [
+      {"id": "main", "role": "AXWindow", "title": "Main", "position": [0, 30], "size": [400, 300], "children": [
+        {"role": "AXButton", "title": "Close main", "position": [10, 40], "size": [14, 14], "actions": ["AXPress"]}]},
+      {"id": "second", "role": "AXWindow", "title": "Second", "position": [500, 30], "size": [400, 300], "children": [
+        {"role": "AXButton", "title": "Close second", "position": [510, 40], "size": [14, 14], "actions": ["AXPress"]}]}]}}],
+    "windows": [{"number": 11, "pid": 5, "bounds": [0, 30, 400, 300], "name": "Main"},
+                {"number": 12, "pid": 5, "bounds": [500, 30, 400, 300], "name": "Second"}]})");
+  // No snapshot yet: refused.
+  Json none = s.call("perform_secondary_action", R"({"app": "P", "element_index": 1, "action": "AXPress"})");
+  EXPECT_EQ(none["result"]["isError"], true);
+  ASSERT_EQ(s.call("get_app_state", R"({"app": "P", "title_contains": "second"})")["result"]["isError"], false);
+  Json pressed = s.call("perform_secondary_action", R"({"app": "P", "element_index": 1, "action": "AXPress"})");
+  ASSERT_EQ(pressed["result"]["isError"], false) << pressed.dump();
+  EXPECT_EQ(pressed["result"]["structuredContent"]["element"],
+            (Json{{"index", 1}, {"role", "AXButton"}, {"label", "Close second"}}));
+  Json clicked = s.call("click", R"({"app": "P", "element_index": 1})");
+  EXPECT_EQ(clicked["result"]["structuredContent"]["element"]["label"], "Close second") << clicked.dump();
+  // An index the snapshot never had.
+  Json missing = s.call("click", R"({"app": "P", "element_index": 9})");
+  EXPECT_EQ(missing["result"]["isError"], true);
+  EXPECT_EQ(missing["result"]["content"][0]["text"],
+            "Element index 9 was not in the last get_app_state snapshot. Call get_app_state again and use its indices.");
+}
+
 TEST(McpProtocol, Base64) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {std::string("\xff\x00\x10", 3), "/wAQ"}};
