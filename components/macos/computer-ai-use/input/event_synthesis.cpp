@@ -133,7 +133,10 @@ std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::str
   return it->second;
 }
 
-void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& combo) {
+namespace {
+
+// The names between "+" signs, trimmed, empty ones dropped.
+std::vector<std::string> comboPieces(const std::string& combo) {
   std::vector<std::string> pieces;
   size_t start = 0;
   for (size_t i = 0; i <= combo.size(); ++i) {
@@ -143,6 +146,36 @@ void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables
       start = i + 1;
     }
   }
+  return pieces;
+}
+
+template <typename Map>
+std::string names(const Map& map) {
+  std::string out;
+  for (const auto& [name, value] : map) out += (out.empty() ? "" : ", ") + name;
+  return out;
+}
+
+}  // namespace
+
+std::optional<std::string> keyComboProblem(const runtime::KeyTables& tables, const std::string& combo) {
+  std::vector<std::string> pieces = comboPieces(combo);
+  if (pieces.empty()) return "The key combination is empty. " + std::string("Keys: ") + names(tables.baseKeyCodes) + ".";
+  const std::string& key = pieces.back();
+  std::vector<std::string> modifiers(pieces.begin(), pieces.end() - 1);
+  for (const auto& m : modifiers) {
+    if (!tables.modifierFlags.contains(lookupName(m))) {
+      return "Unknown modifier \"" + common::escapingLineBreaks(m) + "\" in \"" + common::escapingLineBreaks(combo) +
+             "\". Modifiers: " + names(tables.modifierFlags) + ".";
+    }
+  }
+  if (keyCode(tables, key) || (common::characterCount(key) == 1 && modifiers.empty())) return std::nullopt;
+  return "Unsupported key \"" + common::escapingLineBreaks(key) + "\" in \"" + common::escapingLineBreaks(combo) +
+         "\". Keys: " + names(tables.baseKeyCodes) + (modifiers.empty() ? ", or any one character" : "") + ".";
+}
+
+void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& combo) {
+  std::vector<std::string> pieces = comboPieces(combo);
   if (pieces.empty()) throw cli::ToolError("Key spec is empty");
   const std::string key = pieces.back();
   const std::vector<std::string> modifiers(pieces.begin(), pieces.end() - 1);

@@ -36,6 +36,11 @@ void postDrag(platform::Platform& platform, platform::Point from, platform::Poin
 void postUnicodeText(platform::Platform& platform, const std::string& text);
 void postKeyCombo(platform::Platform& platform, const runtime::KeyTables& tables, const std::string& combo);
 std::optional<uint16_t> keyCode(const runtime::KeyTables& tables, const std::string& name);
+// What postKeyCombo would not press as written: an unknown modifier (which it
+// ignores) or a key it has no code for (which it refuses after pressing the
+// modifiers). The message names the accepted modifiers and keys; absent when the
+// whole combination is pressable.
+std::optional<std::string> keyComboProblem(const runtime::KeyTables& tables, const std::string& combo);
 
 // --- to one process ---
 void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t keyCode, uint64_t flags, bool keyDown,

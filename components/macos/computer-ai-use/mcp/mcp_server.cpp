@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
@@ -11,6 +13,7 @@
 #include "common/files.h"
 #include "common/json_text.h"
 #include "common/unicode.h"
+#include "input/event_synthesis.h"
 #include "runtime/output.h"
 #include "statusitem/status_item_services.h"
 
@@ -40,26 +43,46 @@ struct InvalidParams : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+ToolParameter withBounds(ToolParameter p, std::optional<double> minimum, std::optional<double> maximum) {
+  p.minimum = minimum;
+  p.maximum = maximum;
+  return p;
+}
+
+ToolParameter nonEmpty(ToolParameter p) {
+  p.minLength = 1;
+  return p;
+}
+
 ToolParameter app() {
-  return {"app", "--app", "string", "The application: its name, its bundle identifier, or pid:<PID>.", true, {}};
+  return nonEmpty({"app", "--app", "string", "The application: its name, its bundle identifier, or pid:<PID>.", true, {}});
+}
+
+ToolParameter absolutePath(const char* description) {
+  ToolParameter p{"path", "--path", "string", description, true, {}};
+  p.pattern = "^[/~]";
+  return nonEmpty(p);
 }
 ToolParameter elementIndex(bool required) {
-  return {"element_index", "--element-index", "integer",
+  return withBounds({"element_index", "--element-index", "integer",
           "The element's index in the latest get_app_state listing of the window. The element must still be the "
           "one listed there (same role, place, identifier and title, same window); otherwise nothing is done and "
           "the result asks for a new get_app_state.",
-          required, {}};
+          required, {}}, 0, std::nullopt);
 }
 ToolParameter titleContains() {
   return {"title_contains", "--title-contains", "string",
           "Choose the window whose title contains this text (ignoring case).", false, {}};
 }
 ToolParameter windowID() {
-  return {"window_id", "--window-id", "integer", "Choose the window with this window-server number.", false, {}};
+  return withBounds({"window_id", "--window-id", "integer", "Choose the window with this window-server number.", false, {}},
+                    0, 4294967295.0);
 }
 ToolParameter timeout(const char* fallback) {
-  return {"timeout", "--timeout", "number",
-          std::string("Seconds to wait for the Open panel to appear (default ") + fallback + ").", false, {}};
+  return withBounds({"timeout", "--timeout", "number",
+                     std::string("Seconds to wait for the Open panel to appear (default ") + fallback + ", at most 600).",
+                     false, {}},
+                    0, 600);
 }
 ToolParameter number(const char* name, const char* flag, const char* description) {
   return {name, flag, "number", description, true, {}};
@@ -84,28 +107,95 @@ bool hasType(const Json& value, const std::string& type) {
   return false;
 }
 
+std::string typeName(const std::string& type) { return type == "integer" ? "an integer" : "a " + type; }
+
+std::string boundText(double v) { return cli::formatJSON(Json(v), cli::JsonFlavor::encoder); }
+
+// Why a value breaks the parameter's bounds; absent when it keeps them.
+std::optional<std::string> boundsProblem(const ToolEntry& tool, const ToolParameter& p, const Json& value) {
+  std::string subject = "argument \"" + p.name + "\" of tool " + tool.name;
+  if (!p.allowed.empty() && value.is_string() &&
+      std::find(p.allowed.begin(), p.allowed.end(), value.get<std::string>()) == p.allowed.end()) {
+    std::string list;
+    for (const auto& a : p.allowed) list += (list.empty() ? "" : ", ") + a;
+    return subject + " must be one of: " + list;
+  }
+  if (value.is_number()) {
+    double v = value.get<double>();
+    if ((p.minimum && v < *p.minimum) || (p.maximum && v > *p.maximum)) {
+      if (p.minimum && p.maximum) {
+        return subject + " must be from " + boundText(*p.minimum) + " to " + boundText(*p.maximum);
+      }
+      return subject + (p.minimum ? " must be at least " + boundText(*p.minimum) : " must be at most " + boundText(*p.maximum));
+    }
+  }
+  if (value.is_string()) {
+    const std::string& text = value.get_ref<const std::string&>();
+    if (p.minLength && static_cast<int>(common::characterCount(text)) < *p.minLength) return subject + " must not be empty";
+    if (p.pattern && *p.pattern == "^[/~]" && !(text.starts_with("/") || text.starts_with("~"))) {
+      return subject + " must be an absolute path (starting with / or ~)";
+    }
+  }
+  return std::nullopt;
+}
+
 // The arguments as the command's flag dictionary; throws InvalidParams.
 cli::Flags flagsFor(const ToolEntry& tool, const Json& arguments) {
   cli::Flags flags;
-  if (arguments.is_null()) return flags;
-  if (!arguments.is_object()) throw InvalidParams("arguments must be an object");
-  for (auto it = arguments.begin(); it != arguments.end(); ++it) {
-    const ToolParameter* parameter = nullptr;
-    for (const auto& p : tool.parameters) {
-      if (p.name == it.key()) parameter = &p;
+  if (!arguments.is_null() && !arguments.is_object()) throw InvalidParams("arguments must be an object");
+  if (arguments.is_object()) {
+    for (auto it = arguments.begin(); it != arguments.end(); ++it) {
+      const ToolParameter* parameter = nullptr;
+      for (const auto& p : tool.parameters) {
+        if (p.name == it.key()) parameter = &p;
+      }
+      if (!parameter) {
+        std::string known;
+        for (const auto& p : tool.parameters) known += (known.empty() ? "" : ", ") + p.name;
+        throw InvalidParams("unknown argument \"" + it.key() + "\" for tool " + tool.name +
+                            (known.empty() ? " (it takes none)" : " (it takes: " + known + ")"));
+      }
+      if (it.value().is_null()) continue;
+      if (!hasType(it.value(), parameter->type)) {
+        throw InvalidParams("argument \"" + it.key() + "\" of tool " + tool.name + " must be " +
+                            typeName(parameter->type));
+      }
+      if (auto problem = boundsProblem(tool, *parameter, it.value())) throw InvalidParams(*problem);
+      std::string text = it.value().is_number_float() && parameter->type == "integer"
+                             ? std::to_string(static_cast<int64_t>(it.value().get<double>()))
+                             : valueText(it.value());
+      flags[parameter->flag] = text;
     }
-    if (!parameter) throw InvalidParams("unknown argument \"" + it.key() + "\" for tool " + tool.name);
-    if (it.value().is_null()) continue;
-    if (!hasType(it.value(), parameter->type)) {
-      throw InvalidParams("argument \"" + it.key() + "\" of tool " + tool.name + " must be " +
-                          (parameter->type == "integer" ? "an integer" : "a " + parameter->type));
+  }
+  for (const auto& p : tool.parameters) {
+    if (p.required && !flags.contains(p.flag)) {
+      throw InvalidParams("missing required argument \"" + p.name + "\" for tool " + tool.name);
     }
-    std::string text = it.value().is_number_float() && parameter->type == "integer"
-                           ? std::to_string(static_cast<int64_t>(it.value().get<double>()))
-                           : valueText(it.value());
-    flags[parameter->flag] = text;
   }
   return flags;
+}
+
+// A command's message in the tool's own words: its flags become argument names
+// ("--click-count / --click_count" and "--click-count" both read "click_count").
+std::string inArgumentNames(std::string message, const ToolEntry& tool) {
+  for (const auto& p : tool.parameters) {
+    std::string dashed = p.flag, underscored = p.flag;
+    std::replace(underscored.begin() + 2, underscored.end(), '-', '_');
+    for (const std::string& form : {dashed + " / " + underscored, underscored + " / " + dashed, dashed, underscored}) {
+      for (size_t at = 0; (at = message.find(form, at)) != std::string::npos;) {
+        size_t end = at + form.size();
+        // Whole flags only: "--x" is not the start of "--x-offset".
+        if (end < message.size() && (std::isalnum(static_cast<unsigned char>(message[end])) || message[end] == '-' ||
+                                     message[end] == '_')) {
+          at = end;
+          continue;
+        }
+        message.replace(at, form.size(), p.name);
+        at += p.name.size();
+      }
+    }
+  }
+  return message;
 }
 
 // The screenshot a get_app_state call itself wrote, read back only when it is still what
@@ -150,7 +240,9 @@ const std::vector<ToolEntry>& toolEntries() {
        {app(), elementIndex(false),
         {"x", "--x", "number", "Pixel column in the latest screenshot (with y, instead of element_index).", false, {}},
         {"y", "--y", "number", "Pixel row in the latest screenshot.", false, {}},
-        {"click_count", "--click-count", "integer", "Clicks in a row: 2 for a double click (at most 100).", false, {}},
+        withBounds({"click_count", "--click-count", "integer", "Clicks in a row: 2 for a double click (at most 100).",
+                    false, {}},
+                   1, 100),
         {"mouse_button", "--mouse-button", "string", "The mouse button (default left).", false,
          {"left", "right", "middle"}},
         titleContains(), windowID()}},
@@ -160,7 +252,12 @@ const std::vector<ToolEntry>& toolEntries() {
       {"press_key", "press-key", "Press a key combination",
        "Activates the application and presses a key combination such as cmd+s, shift+tab, return or f5 (modifiers "
        "cmd, ctrl, alt/option, shift joined with +).",
-       {app(), {"key", "--key", "string", "The key combination, e.g. cmd+shift+4.", true, {}}}},
+       {app(), nonEmpty({"key", "--key", "string",
+                         "The key combination, e.g. cmd+shift+4: modifiers cmd (command, super, meta), ctrl (control), "
+                         "alt (option) and shift joined with +, then one key: a letter, digit or punctuation key, "
+                         "return (enter), tab, space, backspace (delete), escape (esc), left, right, up, down, home, "
+                         "end, page_up, page_down or f1 to f12 (without modifiers, any one character).",
+                         true, {}})}},
       {"set_value", "set-value", "Set an element's value",
        "Sets the accessibility value of an element (a text field's text, a slider's value) without activating the "
        "application.",
@@ -168,7 +265,8 @@ const std::vector<ToolEntry>& toolEntries() {
         windowID()}},
       {"background_paste_clipboard", "background-paste-clipboard", "Paste into a background window",
        "Clicks a screen point of an application's window and pastes the clipboard there with input sent to that "
-       "application only, then returns the previously frontmost application to the front.",
+       "application only, then returns the previously frontmost application to the front. The paste replaces the "
+       "field's contents: what the field holds is selected and deleted first.",
        {app(), number("screen_x", "--screen-x", "Screen x in points."),
         number("screen_y", "--screen-y", "Screen y in points."), titleContains(), windowID(),
         {"click_target", "--click-target", "boolean", "Click the point first (default true).", false, {}},
@@ -177,24 +275,25 @@ const std::vector<ToolEntry>& toolEntries() {
       {"perform_secondary_action", "perform-secondary-action", "Perform an accessibility action",
        "Performs one of an element's accessibility actions (for example AXShowMenu, AXIncrement, AXPick), as listed "
        "by get_app_state.",
-       {app(), elementIndex(true), {"action", "--action", "string", "The action's name.", true, {}}, titleContains(),
+       {app(), elementIndex(true), nonEmpty({"action", "--action", "string", "The action's name.", true, {}}), titleContains(),
         windowID()}},
       {"choose_open_panel_path", "choose-open-panel-path", "Choose a file or folder in an Open panel",
        "Chooses a file or folder in the standard Open panel that the application shows, and confirms it, without "
        "bringing the application forward or moving the pointer.",
-       {app(), {"path", "--path", "string", "The absolute path of the file or folder (~ is expanded).", true, {}},
+       {app(), absolutePath("The absolute path of the file or folder (~ is expanded)."),
         timeout("10")}},
       {"choose_open_panel_bundle", "choose-open-panel-bundle", "Choose an application bundle in an Open panel",
        "Selects an application bundle (a folder ending in .app) in the application's Open panel as one item, and "
        "presses Open.",
-       {app(), {"path", "--path", "string", "The absolute path of the .app bundle.", true, {}}, timeout("10")}},
+       {app(), absolutePath("The absolute path of the .app bundle (~ is expanded)."), timeout("10")}},
       {"inspect_open_panel", "inspect-open-panel", "Inspect an Open panel",
        "Lists the accessibility nodes of the Open panel that the application shows.", {app(), timeout("1")}},
       {"scroll", "scroll", "Scroll an element",
        "Activates the application, moves the pointer over an element and scrolls it by pages.",
        {app(), elementIndex(true),
         {"direction", "--direction", "string", "Which way to scroll.", true, {"up", "down", "left", "right"}},
-        {"pages", "--pages", "integer", "How many pages (default 1).", false, {}}, titleContains(), windowID()}},
+        withBounds({"pages", "--pages", "integer", "How many pages (default 1).", false, {}}, 1, 3579139),
+        titleContains(), windowID()}},
       {"drag", "drag", "Drag between screenshot pixels",
        "Activates the application and drags with the left button between two pixels of the latest get_app_state "
        "screenshot.",
@@ -210,6 +309,10 @@ Json toolDescription(const ToolEntry& tool) {
   for (const auto& p : tool.parameters) {
     Json property = {{"type", p.type}, {"description", p.description}};
     if (!p.allowed.empty()) property["enum"] = p.allowed;
+    if (p.minimum) property["minimum"] = *p.minimum;
+    if (p.maximum) property["maximum"] = *p.maximum;
+    if (p.minLength) property["minLength"] = *p.minLength;
+    if (p.pattern) property["pattern"] = *p.pattern;
     properties[p.name] = property;
     if (p.required) required.push_back(p.name);
   }
@@ -403,7 +506,21 @@ Json McpServer::callTool(const Json& params) {
     if (t.name == name) tool = &t;
   }
   if (!tool) throw InvalidParams("Unknown tool: " + name);
-  cli::Flags flags = flagsFor(*tool, params.contains("arguments") ? params["arguments"] : Json(nullptr));
+  auto toolError = [](const std::string& text) {
+    return Json{{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", true}};
+  };
+  cli::Flags flags;
+  try {
+    flags = flagsFor(*tool, params.contains("arguments") ? params["arguments"] : Json(nullptr));
+    // The whole key combination is checked before any key goes down.
+    if (tool->name == "press_key") {
+      if (auto problem = input::keyComboProblem(values_.keyTables, flags.at("--key"))) throw InvalidParams(*problem);
+    }
+  } catch (const InvalidParams& e) {
+    // Newer clients hand the message to the model, which can correct itself.
+    if (protocol_ >= argumentErrorsAsResultsFrom) return toolError(std::string("Invalid arguments: ") + e.what());
+    throw;
+  }
   // Over MCP an index always means the element the agent saw.
   if (flags.contains("--element-index")) flags["--verify-snapshot"] = "true";
 
@@ -425,7 +542,7 @@ Json McpServer::callTool(const Json& params) {
   } catch (const std::exception& e) {
     if (!error) error = e.what();
   }
-  if (error) return {{"content", {{{"type", "text"}, {"text", *error}}}}, {"isError", true}};
+  if (error) return toolError(inArgumentNames(*error, *tool));
 
   std::string text = output.out();
   if (!text.empty() && text.back() == '\n') text.pop_back();

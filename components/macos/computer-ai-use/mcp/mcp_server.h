@@ -40,6 +40,10 @@ namespace tavlin::mcp {
 inline constexpr size_t maxMessageBytes = size_t{4} << 20;
 inline constexpr const char* newestProtocolVersion = "2025-11-25";
 
+// Protocol versions from which a wrong or missing tool argument is a tool result with
+// "isError" (a message the model can act on) rather than a JSON-RPC error.
+inline constexpr const char* argumentErrorsAsResultsFrom = "2025-11-25";
+
 // Runs one agent command (the entry's dispatch table).
 using Dispatcher = std::function<void(runtime::CommandContext&, const std::string& command, const cli::Flags&)>;
 
@@ -50,6 +54,10 @@ struct ToolParameter {
   std::string description;
   bool required = false;
   std::vector<std::string> allowed;  // a fixed set of values, when the command has one
+  // Bounds the command enforces, checked before it runs and published in the schema.
+  std::optional<double> minimum = std::nullopt, maximum = std::nullopt;
+  std::optional<int> minLength = std::nullopt;
+  std::optional<std::string> pattern = std::nullopt;  // ECMA-262, as JSON Schema has it
 };
 
 struct ToolEntry {

@@ -34,6 +34,7 @@ struct Server {
     values.exactNameFirstScore = 1000000;
     values.tavlinRootURL = TAVLIN_SOURCE_ROOT;
     values.cacheDirectoryURL = dir.file("cache");
+    values.keyTables = runtime::makeKeyTables();
   }
   std::optional<Json> send(const std::string& line) { return server.handleLine(line); }
   Json call(const std::string& name, const std::string& arguments) {
@@ -73,7 +74,8 @@ TEST(McpProtocol, BadMessagesGetTheirErrors) {
       {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"element_index": 1.5}}})",
        "-32602 Invalid params: argument \"element_index\" of tool click must be an integer"},
       {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"colour": "red"}}})",
-       "-32602 Invalid params: unknown argument \"colour\" for tool click"},
+       "-32602 Invalid params: unknown argument \"colour\" for tool click (it takes: app, element_index, x, y, "
+       "click_count, mouse_button, title_contains, window_id)"},
       {std::string(100, '[') + std::string(100, ']'), "-32700 Parse error: nested too deeply"},
       // A version of any other type is refused like a wrong one, never a fault.
       {R"({"jsonrpc": 2, "id": 1, "method": "ping"})", "-32600 Invalid Request"},
@@ -122,10 +124,8 @@ TEST(McpProtocol, VersionNegotiation) {
 
 TEST(McpProtocol, ToolCallsRunTheCommandsWithTheirMessages) {
   Server s;
-  Json missing = s.call("type_text", R"({"app": "P"})");
-  EXPECT_EQ(missing["result"]["isError"], true);
-  EXPECT_EQ(missing["result"]["content"][0]["text"], "Missing required flag --text");
-  EXPECT_EQ(s.call("activate_app", "{}")["result"]["content"][0]["text"], "Missing required flag --app");
+  EXPECT_EQ(errorOf(s.call("type_text", R"({"app": "P"})")),
+            "-32602 Invalid params: missing required argument \"text\" for tool type_text");
   Json apps = s.call("list_apps", "{}");
   EXPECT_EQ(apps["result"]["isError"], false);
   EXPECT_EQ(apps["result"]["structuredContent"]["apps"][0]["pid"], 5);
@@ -334,6 +334,56 @@ TEST(McpSnapshotBinding, IndicesMeanTheSnapshottedWindowAndResultsNameTheElement
   EXPECT_EQ(missing["result"]["isError"], true);
   EXPECT_EQ(missing["result"]["content"][0]["text"],
             "Element index 9 was not in the last get_app_state snapshot. Call get_app_state again and use its indices.");
+}
+
+TEST(McpArguments, EveryMistakeIsCaughtBeforeTheCommandInTheToolsOwnWords) {
+  Server s;
+  ASSERT_TRUE(s.send(R"({"jsonrpc": "2.0", "id": 0, "method": "initialize", "params": {"protocolVersion": "2025-11-25"}})"));
+  const std::vector<std::pair<std::pair<std::string, std::string>, std::string>> cases = {
+      {{"press_key", R"({"app": "P", "key": "opt+s"})"}, "Unknown modifier \"opt\" in \"opt+s\". Modifiers: alt, cmd, command, control, ctrl, meta, option, shift, super."},
+      {{"press_key", R"({"app": "P", "key": "ctl+s"})"}, "Unknown modifier \"ctl\""},
+      {{"press_key", R"({"app": "P", "key": "hyper+q"})"}, "Unknown modifier \"hyper\""},
+      {{"press_key", R"({"app": "P", "key": "cmd+foo"})"}, "Unsupported key \"foo\" in \"cmd+foo\". Keys: "},
+      {{"press_key", R"({"app": "P", "key": "cmd+é"})"}, "Unsupported key \"é\""},
+      {{"press_key", R"({"app": "P", "key": "+"})"}, "The key combination is empty."},
+      {{"press_key", R"({"app": "P", "key": ""})"}, "argument \"key\" of tool press_key must not be empty"},
+      {{"click", R"({"app": "P", "x": 1, "y": 1, "mouse_button": "Right"})"},
+       "argument \"mouse_button\" of tool click must be one of: left, right, middle"},
+      {{"click", R"({"app": "P", "element_index": -1})"}, "argument \"element_index\" of tool click must be at least 0"},
+      {{"click", R"({"app": "P", "x": 1, "y": 1, "click_count": 101})"},
+       "argument \"click_count\" of tool click must be from 1 to 100"},
+      {{"click", R"({"app": "", "x": 1, "y": 1})"}, "argument \"app\" of tool click must not be empty"},
+      {{"scroll", R"({"app": "P", "element_index": 1, "direction": "sideways"})"},
+       "argument \"direction\" of tool scroll must be one of: up, down, left, right"},
+      {{"choose_open_panel_path", R"({"app": "P", "path": "relative/file"})"},
+       "argument \"path\" of tool choose_open_panel_path must be an absolute path (starting with / or ~)"},
+      {{"inspect_open_panel", R"({"app": "P", "timeout": 1e6})"},
+       "argument \"timeout\" of tool inspect_open_panel must be from 0 to 600"},
+      {{"type_text", R"({"app": "P"})"}, "missing required argument \"text\" for tool type_text"},
+  };
+  for (const auto& [call, expected] : cases) {
+    Json reply = s.call(call.first, call.second);
+    ASSERT_TRUE(reply.contains("result")) << reply.dump();
+    EXPECT_EQ(reply["result"]["isError"], true) << call.second;
+    std::string text = reply["result"]["content"][0]["text"];
+    EXPECT_TRUE(text.starts_with("Invalid arguments: ")) << text;
+    EXPECT_NE(text.find(expected), std::string::npos) << text;
+  }
+  // Nothing reached the desktop: no key went down, no click was made.
+  EXPECT_TRUE(s.platform.desktop().pendingLogLines().empty());
+
+  // The commands' own messages speak argument names too.
+  Json reply = s.call("click", R"({"app": "P"})");
+  EXPECT_EQ(reply["result"]["isError"], true);
+  EXPECT_EQ(reply["result"]["content"][0]["text"], "Missing required flag x");
+  // The schema publishes the same bounds.
+  Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 2, "method": "tools/list"})"))["result"]["tools"];
+  for (const Json& tool : tools) {
+    if (tool["name"] != "click") continue;
+    EXPECT_EQ(tool["inputSchema"]["properties"]["click_count"]["maximum"], 100);
+    EXPECT_EQ(tool["inputSchema"]["properties"]["element_index"]["minimum"], 0);
+    EXPECT_EQ(tool["inputSchema"]["properties"]["app"]["minLength"], 1);
+  }
 }
 
 TEST(McpProtocol, Base64) {

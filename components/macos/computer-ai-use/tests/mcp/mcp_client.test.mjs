@@ -81,7 +81,7 @@ test('an MCP client observes and acts on the example desktop', async () => {
     assert.deepEqual(failed.content, [{ type: 'text', text: 'No running application matches Nowhere' }]);
     const missing = await client.callTool({ name: 'type_text', arguments: { app: 'Scribe' } });
     assert.equal(missing.isError, true);
-    assert.equal(missing.content[0].text, 'Missing required flag --text');
+    assert.equal(missing.content[0].text, 'Invalid arguments: missing required argument "text" for tool type_text');
 
     // Each call wrote the desktop back and let it go: another process sees the change.
     assert.match(readFileSync(join(dir, 'desktop.json'), 'utf8'), /"frontmostPid": 4242/);
