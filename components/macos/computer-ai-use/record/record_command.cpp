@@ -134,13 +134,14 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
     if (!haveApp) usageError("--app is required");
     Recording recording = recordDesktop(values, platform, options);
     std::string text = desktopText(recording.desktop);
-    std::string summary = "Recorded " + std::to_string(recording.elements) + " elements of " + options.app;
+    std::string summary =
+        "Recorded " + std::to_string(recording.elements) + " elements of " + common::escapingControlCharacters(options.app);
     if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
     if (out) {
       if (!common::writeFileAtomically(*out, text, 0600)) {
         throw cli::ToolError("tavlin-record: cannot write " + *out + " (" + std::strerror(errno) + ")");
       }
-      output.standardError(summary + " to " + *out + "\n");
+      output.standardError(summary + " to " + common::escapingControlCharacters(*out) + "\n");
     } else {
       output.standardOutput(text);
       output.standardError(summary + "\n");
