@@ -89,7 +89,7 @@ std::string recorderUsageText() {
          "  --max-elements N    stop after N elements (default " +
          std::to_string(defaultMaxElements) +
          ")\n"
-         "  --redact            replace every text value and title with a placeholder of the same length\n";
+         "  --redact            replace texts (titles, values, identifiers, custom action names) with placeholders\n";
 }
 
 int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform& platform, runtime::Output& output,
