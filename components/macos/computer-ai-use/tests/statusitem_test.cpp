@@ -235,6 +235,10 @@ TEST(StatusItem, UpdaterScriptFaultsEndInOneJSONError) {
     expectError(u.run({"set-enabled"}), "set-enabled takes on or off", "no value");
     expectError(u.run({"frobnicate"}), "unknown command: frobnicate (expected status, check or set-enabled)", "cmd");
 
+    // Values that are not UTF-8 or hold control characters still make one JSON line.
+    auto odd = lastObject(u.run({"status", "--platform", "mac\xffos\n", "--current-version", "\xC3\xA9"}).standardOutput);
+    EXPECT_EQ(odd.value("platform", "<none>") + " " + odd.value("currentVersion", "<none>"), "macos \xC3\xA9") << shell;
+
     // No usable HOME: an error, never a folder of someone else's choosing. (zsh fills
     // in an unset HOME from the user database itself, so only an empty one is tried.)
     if (shell.find("zsh") == std::string::npos) {
