@@ -342,10 +342,10 @@ BWCCommandOutput bwcWatch(CaptureContext& c, const BWCOptions& options) {
         if (!bytes || !common::writeFileAtomically(archived, *bytes, 0644)) {
           throw ToolError("could not archive " + path + " as " + archived);
         }
-        output.stdoutLines.push_back("archived " + common::escapingControlCharacters(archived));
+        output.stdoutLines.push_back("archived " + archived);
       }
     } catch (const ToolError& error) {
-      output.stderrLines.push_back("watch capture failed: " + common::escapingLineBreaks(error.description));
+      output.stderrLines.push_back("watch capture failed: " + error.description);
     }
     // Lets other processes at a shared desktop between captures.
     c.platform.checkpoint();
