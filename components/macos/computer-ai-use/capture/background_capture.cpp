@@ -238,8 +238,12 @@ std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& 
 std::vector<std::string> bwcListWindows(CaptureContext& c, const BWCOptions& options) {
   std::vector<std::string> lines;
   for (const BWCWindowMatch& w : bwcFindWindows(c, options)) {
-    lines.push_back(std::to_string(w.windowID) + "\tpid=" + std::to_string(w.pid) + "\tapp=" + w.appName +
-                    "\ttitle=" + w.title.value_or("<untitled>") + "\tframe=" + frameText(w.frame));
+    // Names and titles are the applications' own texts: escaped, so that none can add a
+    // field or a line.
+    lines.push_back(std::to_string(w.windowID) + "\tpid=" + std::to_string(w.pid) +
+                    "\tapp=" + common::escapingControlCharacters(w.appName) +
+                    "\ttitle=" + common::escapingControlCharacters(w.title.value_or("<untitled>")) +
+                    "\tframe=" + frameText(w.frame));
   }
   if (lines.empty()) throw ToolError("no matching windows found");
   return lines;
@@ -347,8 +351,8 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
 namespace {
 
 std::string capturedLine(const BWCWindowMatch& w, const std::string& path) {
-  return "captured window " + std::to_string(w.windowID) + " (pid=" + std::to_string(w.pid) + ", app=" + w.appName +
-         ") to " + path;
+  return "captured window " + std::to_string(w.windowID) + " (pid=" + std::to_string(w.pid) +
+         ", app=" + common::escapingControlCharacters(w.appName) + ") to " + common::escapingControlCharacters(path);
 }
 
 // A watch's line: shown at once when the host streams, kept for the caller otherwise.

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <set>
 #include <unordered_set>
 
 #include "cli/arguments.h"
@@ -42,8 +44,10 @@ struct Clicker {
   void report(bool trusted) {
     print(std::string("trusted: ") + (trusted ? "true" : "false"));
     print(std::string("trusted=") + (trusted ? "true" : "false") + " pid=" + std::to_string(::getpid()) +
-          " bundle=" + platform.workspace().mainBundlePath() + " path=" + values.programPath);
+          " bundle=" + field(platform.workspace().mainBundlePath()) + " path=" + field(values.programPath));
   }
+  // A value inside a printed line: it can neither end the line nor forge another one.
+  static std::string field(const std::string& value) { return common::escapingControlCharacters(value); }
 };
 
 std::string number(double v) { return cli::formatJSON(cli::Json(v), cli::JsonFlavor::encoder); }
@@ -79,7 +83,7 @@ struct AXOptions {
 };
 
 // --pid PID [--role R] [--title T] [--contains C]; absent on anything else.
-std::optional<AXOptions> parseAXOptions(const std::vector<std::string>& args, bool allowTitle) {
+std::optional<AXOptions> parseAXOptions(const std::vector<std::string>& args) {
   AXOptions o;
   for (size_t i = 1; i < args.size(); i += 2) {
     if (i + 1 >= args.size()) return std::nullopt;
@@ -91,7 +95,7 @@ std::optional<AXOptions> parseAXOptions(const std::vector<std::string>& args, bo
       o.pid = static_cast<int32_t>(*v);
     } else if (name == "--role") {
       o.role = value;
-    } else if (name == "--title" && allowTitle) {
+    } else if (name == "--title") {
       o.title = value;
     } else if (name == "--contains") {
       o.contains = value;
@@ -122,13 +126,15 @@ const std::vector<std::string>& clickerAttributes() {
 
 namespace {
 
-AXTexts textsOf(platform::Accessibility& ax, const Element& e) {
+// Absent when the element could not be read at all (gone, or its application does not
+// answer): nothing is known of it, so it matches nothing.
+std::optional<AXTexts> textsOf(platform::Accessibility& ax, const Element& e) {
   std::vector<platform::AXCopyResult> results;
   AXTexts t;
   if (ax.copyMultipleAttributeValues(e, clickerAttributes(), results) !=
           platform::AXError::success ||
       results.size() < 4) {
-    return t;
+    return std::nullopt;
   }
   auto text = [&](size_t i) -> std::optional<std::string> {
     if (results[i].error != platform::AXError::success) return std::nullopt;
@@ -160,7 +166,14 @@ struct AXMatch {
 };
 
 // Pre-order from the application element, at most 12 levels down, each element once.
+// Throws ToolError when no running application has the pid or its application element
+// cannot be read: an empty or phantom list would pass for an answer.
 std::vector<AXMatch> axWalk(Clicker& c, const AXOptions& o) {
+  std::vector<platform::RunningApplication> running = c.platform.workspace().runningApplications();
+  if (std::none_of(running.begin(), running.end(),
+                   [&](const auto& app) { return app.pid == *o.pid && !app.terminated; })) {
+    throw cli::ToolError("no running application has pid " + std::to_string(*o.pid));
+  }
   platform::Accessibility& ax = c.platform.accessibility();
   std::vector<AXMatch> out;
   std::unordered_set<uint64_t> visited;
@@ -173,8 +186,15 @@ std::vector<AXMatch> axWalk(Clicker& c, const AXOptions& o) {
     Pending next = std::move(stack.back());
     stack.pop_back();
     if (!visited.insert(ax.hash(next.element)).second) continue;
-    AXTexts texts = textsOf(ax, next.element);
-    if (matches(texts, o)) out.push_back({next.element, texts});
+    std::optional<AXTexts> texts = textsOf(ax, next.element);
+    if (!texts) {
+      if (next.depth == 0) {
+        throw cli::ToolError("the application with pid " + std::to_string(*o.pid) +
+                             " does not answer accessibility requests");
+      }
+      continue;
+    }
+    if (matches(*texts, o)) out.push_back({next.element, *texts});
     if (next.depth >= axDepthLimit) continue;
     std::vector<Element> children = snapshot::axTraversalChildren(ax, next.element, c.values.traversalAttributes);
     for (auto it = children.rbegin(); it != children.rend(); ++it) stack.push_back({*it, next.depth + 1});
@@ -200,7 +220,6 @@ int commandClick(Clicker& c, const std::vector<std::string>& args) {
       return c.usage(line);
     }
   }
-  if (!c.requireTrusted()) return failed;
   input::postMouseClick(c.platform, {*x, *y}, button, clicks);
   c.print("clicked " + number(*x) + "," + number(*y));
   return ok;
@@ -210,7 +229,6 @@ int commandMove(Clicker& c, const std::vector<std::string>& args) {
   if (args.size() != 3) return c.usage("usage: move X Y");
   auto x = parseCoordinate(args[1]), y = parseCoordinate(args[2]);
   if (!x || !y) return c.usage("usage: move X Y");
-  if (!c.requireTrusted()) return failed;
   input::requireScreenPoint({*x, *y});
   auto event = c.platform.events().createMouseEvent(platform::EventType::mouseMoved, {*x, *y},
                                                     platform::MouseButtonCode::left);
@@ -228,7 +246,6 @@ int commandKey(Clicker& c, const std::vector<std::string>& args) {
   if (args.size() != 2) return c.usage(line);
   auto code = parseKeyCode(args[1]);
   if (!code) return c.usage(line);
-  if (!c.requireTrusted()) return failed;
   if (!postKeyCode(c.platform, *code, 0)) {
     c.eprint("key: failed to create events");
     return failed;
@@ -251,7 +268,6 @@ int commandHotkey(Clicker& c, const std::vector<std::string>& args) {
     else if (word == "ctrl") flags |= platform::eventflags::control;
     else return c.usage(line);
   }
-  if (!c.requireTrusted()) return failed;
   if (!postKeyCode(c.platform, *code, flags)) {
     c.eprint("key: failed to create events");
     return failed;
@@ -264,7 +280,6 @@ int commandHotkey(Clicker& c, const std::vector<std::string>& args) {
 
 int commandType(Clicker& c, const std::vector<std::string>& args) {
   if (args.size() != 2) return c.usage("usage: type \"text\"");
-  if (!c.requireTrusted()) return failed;
   input::postUnicodeText(c.platform, args[1]);
   c.print("typed " + std::to_string(common::characterCount(args[1])) + " characters");
   return ok;
@@ -284,21 +299,21 @@ std::string frameText(platform::Accessibility& ax, const Element& e) {
 }
 
 int commandAXList(Clicker& c, const std::vector<std::string>& args) {
-  auto o = parseAXOptions(args, false);
+  auto o = parseAXOptions(args);
   if (!o) return c.usage("usage: ax-list --pid PID [--role AXButton] [--contains TEXT]");
-  if (!c.requireTrusted()) return failed;
   int index = 0;
   for (const AXMatch& m : axWalk(c, *o)) {
-    c.print("[" + std::to_string(index++) + "] " + m.texts.role + " title=" + m.texts.label().value_or("") +
+    // "]" is escaped in the role too, so that the prefix ends at the first "] title=".
+    c.print("[" + std::to_string(index++) + " " + common::escapingControlCharacters(m.texts.role, "]") +
+            "] title=" + Clicker::field(m.texts.label().value_or("")) +
             " frame=" + frameText(c.platform.accessibility(), m.element));
   }
   return ok;
 }
 
 int commandAXPress(Clicker& c, const std::vector<std::string>& args) {
-  auto o = parseAXOptions(args, true);
+  auto o = parseAXOptions(args);
   if (!o) return c.usage("usage: ax-press --pid PID [--role AXButton] [--title TEXT] [--contains TEXT]");
-  if (!c.requireTrusted()) return failed;
   std::vector<AXMatch> found = axWalk(c, *o);
   if (found.empty()) {
     c.eprint("ax-press: no element matched");
@@ -309,7 +324,7 @@ int commandAXPress(Clicker& c, const std::vector<std::string>& args) {
     c.eprint("ax-press: AXPress failed code=" + std::to_string(static_cast<int32_t>(result)));
     return failed;
   }
-  c.print(found.front().texts.role + " title=" + found.front().texts.label().value_or(""));
+  c.print(Clicker::field(found.front().texts.role) + " title=" + Clicker::field(found.front().texts.label().value_or("")));
   return ok;
 }
 
@@ -355,6 +370,10 @@ int runClickerCompatibility(const runtime::ProcessValues& values, platform::Plat
       }
       return trusted ? ok : failed;
     }
+    // These post events or read the accessibility tree: without permission that is
+    // the answer, whatever the rest of the command line says.
+    static const std::set<std::string> needTrust = {"click", "move", "key", "hotkey", "type", "ax-list", "ax-press"};
+    if (needTrust.count(word) && !c.requireTrusted()) return failed;
     if (word == "click") return commandClick(c, args);
     if (word == "move") return commandMove(c, args);
     if (word == "key") return commandKey(c, args);

@@ -11,8 +11,16 @@
 // - "check" and "request" print "trusted: true|false", then one line
 //   "trusted=… pid=… bundle=… path=…"; without permission "request" adds the hint on
 //   standard error.
-// - "ax-list" lines read "[N] ROLE title=LABEL frame=(x,y,w,h)", N counting matches
-//   from 0; no match prints nothing and exits 0.
+// - The commands that post events or read the accessibility tree check the permission
+//   first: without it they fail with the permission message even when the rest of the
+//   command line does not fit.
+// - "ax-list" lines read "[N ROLE] title=LABEL frame=(x,y,w,h)", N counting matches
+//   from 0; no match prints nothing and exits 0. "ax-list" takes "--title" as
+//   "ax-press" does. A pid that no running application has, or an application whose
+//   element cannot be read, is a failure ("no running application has pid N").
+// - Every text printed inside a line (roles, labels, paths) has its backslashes, tabs,
+//   line breaks and other control characters escaped ("\n", "\t", "\u001b"), and a
+//   role its "]" too, so that no element can forge a line or end the prefix early.
 // - "--title" is compared for equality with the label; "--contains" is a case-
 //   insensitive containment test on each of AXTitle, AXDescription and AXHelp.
 // - Pointer and key commands are session-wide events at the HID tap with the pauses of

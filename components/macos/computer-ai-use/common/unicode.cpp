@@ -5,6 +5,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include <cstdio>
 #include <memory>
 
 namespace tavlin::common {
@@ -197,6 +198,38 @@ std::string escapingLineBreaks(std::string_view text) {
       i += 2;
     } else {
       out += c;
+    }
+  }
+  return out;
+}
+
+std::string escapingControlCharacters(std::string_view text, std::string_view alsoEscaped) {
+  auto unicodeEscape = [](uint32_t scalar) {
+    char buffer[8];
+    std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(scalar));
+    return std::string(buffer);
+  };
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    unsigned char c = static_cast<unsigned char>(text[i]);
+    switch (c) {
+      case '\\': out += "\\\\"; continue;
+      case '\t': out += "\\t"; continue;
+      case '\n': out += "\\n"; continue;
+      case '\r': out += "\\r"; continue;
+      default: break;
+    }
+    if (c < 0x20 || c == 0x7F || (c < 0x80 && alsoEscaped.find(static_cast<char>(c)) != std::string_view::npos)) {
+      out += unicodeEscape(c);
+    } else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+               static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
+      out += unicodeEscape(static_cast<unsigned char>(text[++i]));  // C1: U+0080 to U+009F
+    } else if (text.substr(i).starts_with("\xE2\x80\xA8") || text.substr(i).starts_with("\xE2\x80\xA9")) {
+      out += unicodeEscape(text[i + 2] == '\xA8' ? 0x2028 : 0x2029);
+      i += 2;
+    } else {
+      out += static_cast<char>(c);
     }
   }
   return out;

@@ -32,6 +32,13 @@ std::string repairingUTF8(std::string_view bytes);
 // Line breaks (CR, LF, VT, FF, NEL, U+2028, U+2029) written as escapes ("\n", "\r",
 // "\u2028", ...), so that a message that echoes a value stays one line.
 std::string escapingLineBreaks(std::string_view text);
+// A value printed as one field of a line-oriented format ("title=VALUE", tab-separated
+// columns): backslash, tab, line breaks and every other control character (C0, DEL,
+// C1, U+2028, U+2029) written as escapes ("\\" for a backslash, "\t", "\n", "\r",
+// "\u001b", "\u2028"), and so is each ASCII character of `alsoEscaped` ("\u005d" for
+// "]"). The value can then end neither its line nor its field, and reads back
+// unambiguously. Expects valid UTF-8 (the tool's texts are).
+std::string escapingControlCharacters(std::string_view text, std::string_view alsoEscaped = {});
 // The first `count` characters.
 std::string prefixCharacters(const std::string& text, int64_t count);
 

@@ -18,6 +18,7 @@
 #include "record/desktop_recorder.h"
 #include "runtime/output.h"
 #include "statusitem/status_item.h"
+#include "statusitem/updater_feed.h"
 
 namespace tavlin::entry {
 namespace {
@@ -97,6 +98,11 @@ int main(int argc, char** argv) {
     case entry::Mode::imageSize: {
       runtime::BufferedOutput output;
       int status = capture::runImageSizeDiagnostic(*platform, output, rest);
+      entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
+    }
+    case entry::Mode::updaterFeed: {
+      runtime::BufferedOutput output;
+      int status = statusitem::runUpdaterFeedReader(output, rest);
       entry::finish(entry::recordAndDeliver(*platform, output, status), values, *platform, true);
     }
     case entry::Mode::mcpServer:

@@ -12,6 +12,7 @@ Mode selectMode(const std::vector<std::string>& arguments) {
   if (word == "__mcp") return Mode::mcpServer;
   if (word == "__record-desktop") return Mode::recordDesktop;
   if (word == "__image-size") return Mode::imageSize;
+  if (word == "__updater-feed") return Mode::updaterFeed;
   return Mode::agentTool;
 }
 

@@ -13,6 +13,7 @@ enum class Mode {
   mcpServer,                // "__mcp"
   recordDesktop,            // "__record-desktop"
   imageSize,                // "__image-size"
+  updaterFeed,              // "__updater-feed" (bin/tavlin-updater reads its feed with it)
   agentTool,                // anything else
 };
 

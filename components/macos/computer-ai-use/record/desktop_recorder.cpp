@@ -50,10 +50,19 @@ std::vector<std::string> recordedAttributes(const std::vector<std::string>& trav
   return names;
 }
 
-// Texts that name structure rather than content, kept by --redact.
-bool structuralText(const std::string& attribute) {
-  return attribute == "AXRole" || attribute == "AXSubrole" || attribute == "AXRoleDescription" ||
-         attribute == "AXIdentifier";
+// Texts that name structure rather than content, kept by --redact. Identifiers and
+// role descriptions are not among them: web content fills both with its own texts.
+bool structuralText(const std::string& attribute) { return attribute == "AXRole" || attribute == "AXSubrole"; }
+
+// The action names the system defines (AXActionConstants.h, NSAccessibility's actions,
+// and the scroll and open actions of standard views), kept by --redact.
+bool standardActionName(const std::string& name) {
+  static const std::set<std::string> names = {
+      "AXPress",          "AXIncrement",       "AXDecrement",         "AXConfirm",          "AXCancel",
+      "AXPick",           "AXRaise",           "AXShowMenu",          "AXShowAlternateUI",  "AXShowDefaultUI",
+      "AXDelete",         "AXOpen",            "AXScrollToVisible",   "AXScrollLeftByPage", "AXScrollRightByPage",
+      "AXScrollUpByPage", "AXScrollDownByPage", "AXZoomWindow"};
+  return names.count(name) != 0;
 }
 
 // The shortcut keys, in the order a person would write them.
@@ -449,7 +458,13 @@ class Writer {
       if (auto it = shortcuts.find(key); it != shortcuts.end()) out[key] = std::move(it->second);
     }
     if (!attributes.empty()) out["attributes"] = std::move(attributes);
-    if (!node.actions.empty()) out["actions"] = node.actions;
+    if (!node.actions.empty()) {
+      ordered_json actions = ordered_json::array();
+      for (const std::string& action : node.actions) {
+        actions.push_back(options_.redact ? redactedActionName(action) : action);
+      }
+      out["actions"] = std::move(actions);
+    }
     if (node.settable) out["settable"] = {"AXValue"};
     if (!errors.empty()) out["errors"] = std::move(errors);
     return out;
@@ -520,6 +535,28 @@ std::string redactedText(const std::string& text) {
     out += lineBreak ? common::utf8FromUTF16(character) : "x";
   }
   return out;
+}
+
+std::string redactedActionName(const std::string& name) {
+  if (standardActionName(name)) return name;
+  // A custom action reads "Name:TEXT\nTarget:0x…\nSelector:…": the keys stay, every
+  // value and every other line is redacted.
+  std::string out;
+  for (size_t start = 0;;) {
+    size_t end = name.find('\n', start);
+    std::string line = name.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    for (const char* key : {"Name:", "Target:", "Selector:"}) {
+      if (line.starts_with(key)) {
+        out += key;
+        line.erase(0, std::string_view(key).size());
+        break;
+      }
+    }
+    out += redactedText(line);
+    if (end == std::string::npos) return out;
+    out += '\n';
+    start = end + 1;
+  }
 }
 
 Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform& platform,

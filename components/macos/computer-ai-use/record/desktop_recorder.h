@@ -43,7 +43,8 @@ struct RecordOptions {
   std::optional<uint32_t> windowID;
   std::optional<std::string> titleContains;
   size_t maxElements = defaultMaxElements;
-  // Every text value and title becomes a placeholder of the same length.
+  // Every text value and title, identifiers, role descriptions and custom action names
+  // become placeholders of the same length (docs/recording.md says what stays).
   bool redact = false;
 };
 
@@ -60,6 +61,10 @@ Recording recordDesktop(const runtime::ProcessValues& values, platform::Platform
 // A same-length placeholder: each character (grapheme cluster) becomes "x", line
 // breaks stay, so that lengths and line counts survive.
 std::string redactedText(const std::string& text);
+// An action name as --redact records it: a standard action ("AXPress", "AXShowMenu", …)
+// as it is; a custom one with only its keys ("Name:", "Target:", "Selector:" at the
+// start of a line) kept and everything else redacted as by redactedText.
+std::string redactedActionName(const std::string& name);
 
 // The file's text: indented, with short values (points, references) on one line.
 std::string desktopText(const nlohmann::ordered_json& desktop);

@@ -89,7 +89,7 @@ std::string recorderUsageText() {
          "  --max-elements N    stop after N elements (default " +
          std::to_string(defaultMaxElements) +
          ")\n"
-         "  --redact            replace every text value and title with a placeholder of the same length\n";
+         "  --redact            replace texts (titles, values, identifiers, custom action names) with placeholders\n";
 }
 
 int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform& platform, runtime::Output& output,
@@ -140,13 +140,14 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
     }
     Recording recording = recordDesktop(values, platform, options);
     std::string text = desktopText(recording.desktop);
-    std::string summary = "Recorded " + std::to_string(recording.elements) + " elements of " + options.app;
+    std::string summary =
+        "Recorded " + std::to_string(recording.elements) + " elements of " + common::escapingControlCharacters(options.app);
     if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
     if (out) {
       if (!common::writeFileAtomically(*out, text, 0600)) {
         throw cli::ToolError("tavlin-record: cannot write " + *out + " (" + std::strerror(errno) + ")");
       }
-      output.standardError(summary + " to " + *out + "\n");
+      output.standardError(summary + " to " + common::escapingControlCharacters(*out) + "\n");
     } else {
       output.standardOutput(text);
       output.standardError(summary + "\n");

@@ -69,18 +69,21 @@ int runTavlinStatusItem(const runtime::ProcessValues& values, platform::Platform
 
 int runTavlinStatusItemDiagnostic(const runtime::ProcessValues& values, platform::Platform& platform) {
   platform::StatusMenu menu = tavlinStatusMenu(values, platform);
-  std::string text = "title: " + menu.title + "\n";
+  // The version (from RELEASE_BUILD.txt) and the install root are outside texts: escaped,
+  // one line each.
+  auto field = [](const std::string& value) { return common::escapingControlCharacters(value); };
+  std::string text = "title: " + field(menu.title) + "\n";
   for (const auto& item : menu.items) {
     if (item.separator) {
       text += "item: -\n";
       continue;
     }
-    text += "item: " + item.title;
+    text += "item: " + field(item.title);
     if (item.title == "Automatic Updates") text += item.enabled ? (item.checked ? " [on]" : " [off]") : " [unknown]";
     if (!item.enabled && item.title != "Automatic Updates") text += " (disabled)";
     text += "\n";
   }
-  text += "install root: " + values.tavlinRootURL + "\n";
+  text += "install root: " + field(values.tavlinRootURL) + "\n";
   return runtime::writeAll(1, text) ? 0 : 1;
 }
 

@@ -13,7 +13,8 @@ platform::StatusMenu tavlinStatusMenu(const runtime::ProcessValues& values, plat
 // Takes the single-instance lock and runs the item until it ends. Returns 0 when the run
 // ended, 1 (after printing why on standard error) when the lock could not be taken.
 int runTavlinStatusItem(const runtime::ProcessValues& values, platform::Platform& platform, bool showWindowOnLaunch);
-// Prints the menu's state, one line per item; returns the exit status.
+// Prints the menu's state, one line per item (titles and the install root with their
+// line breaks, tabs and control characters escaped); returns the exit status.
 int runTavlinStatusItemDiagnostic(const runtime::ProcessValues& values, platform::Platform& platform);
 
 }  // namespace tavlin::statusitem

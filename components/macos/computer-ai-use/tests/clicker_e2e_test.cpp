@@ -54,7 +54,8 @@ TEST(Clicker, UsageAndPerCommandUsageLines) {
       {{"hotkey", "1", "hyper"}, "usage: hotkey KEYCODE [cmd] [shift] [opt] [ctrl]"},
       {{"type"}, "usage: type \"text\""},
       {{"ax-list", "--role", "AXButton"}, "usage: ax-list --pid PID [--role AXButton] [--contains TEXT]"},
-      {{"ax-list", "--pid", "1", "--title", "x"}, "usage: ax-list --pid PID [--role AXButton] [--contains TEXT]"},
+      {{"ax-list", "--pid", "1", "--title"}, "usage: ax-list --pid PID [--role AXButton] [--contains TEXT]"},
+      {{"ax-list", "--pid", "0"}, "usage: ax-list --pid PID [--role AXButton] [--contains TEXT]"},
       {{"ax-press", "--pid"}, "usage: ax-press --pid PID [--role AXButton] [--title TEXT] [--contains TEXT]"},
   };
   for (const auto& [args, line] : cases) {
@@ -69,9 +70,11 @@ TEST(Clicker, UsageAndPerCommandUsageLines) {
 TEST(Clicker, TrustReportsAndTheTrustFailure) {
   ClickerDesktop d(tavlin::testing::replaceAll(readText(exampleDesktop), "\"accessibilityTrusted\": true",
                                                "\"accessibilityTrusted\": false"));
+  // The permission comes first, even before a command line that does not fit.
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            {"click", "1", "2"}, {"move", "1", "2"}, {"key", "36"}, {"hotkey", "1", "cmd"}, {"type", "x"},
-           {"ax-list", "--pid", "4242"}, {"ax-press", "--pid", "4242"}}) {
+           {"ax-list", "--pid", "4242"}, {"ax-press", "--pid", "4242"}, {"click"}, {"move", "x", "y"},
+           {"key", "70000"}, {"hotkey", "1", "hyper"}, {"type"}, {"ax-list", "--role"}, {"ax-press"}}) {
     ToolRun run = d.clicker(args);
     EXPECT_EQ(run.status, 1) << args[0];
     EXPECT_EQ(run.err, "Accessibility permission is required for Tavlin.app. Run: bin/clicker request\n");
@@ -139,14 +142,18 @@ TEST(Clicker, AccessibilityListAndPress) {
         )" + tree + R"(]}]}}]})");
   ToolRun run = d.clicker({"ax-list", "--pid", "7", "--role", "AXButton"});
   ASSERT_EQ(run.status, 0) << run.err;
-  std::string expected = "[0] AXButton title=Shared frame=(1,2,3,4)\n";
+  std::string expected = "[0 AXButton] title=Shared frame=(1,2,3,4)\n";
   // The window is at depth 1; B2 sits in a group at depth 2, so at depth 3; the walk
   // stops at depth 12 (B11).
-  for (int n = 2; n <= 11; ++n) expected += "[" + std::to_string(n - 1) + "] AXButton title=B" + std::to_string(n) + " frame=()\n";
+  for (int n = 2; n <= 11; ++n) {
+    expected += "[" + std::to_string(n - 1) + " AXButton] title=B" + std::to_string(n) + " frame=()\n";
+  }
   EXPECT_EQ(run.out, expected);
 
   EXPECT_EQ(d.clicker({"ax-list", "--pid", "7", "--contains", "b1"}).out,
-            "[0] AXButton title=B10 frame=()\n[1] AXButton title=B11 frame=()\n");
+            "[0 AXButton] title=B10 frame=()\n[1 AXButton] title=B11 frame=()\n");
+  // ax-list takes --title as ax-press does.
+  EXPECT_EQ(d.clicker({"ax-list", "--pid", "7", "--title", "B3"}).out, "[0 AXButton] title=B3 frame=()\n");
   // B3 is matched, but offers no AXPress.
   run = d.clicker({"ax-press", "--pid", "7", "--title", "B3"});
   EXPECT_EQ(run.status, 1);
@@ -156,4 +163,27 @@ TEST(Clicker, AccessibilityListAndPress) {
   run = d.clicker({"ax-press", "--pid", "7", "--contains", "shared"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "ax-press: AXPress failed code=-25204\n");
+}
+
+TEST(Clicker, AProcessThatIsNotThereIsAnError) {
+  // No application has the pid, it has quit, or its element cannot be read: never a
+  // phantom element and success.
+  ClickerDesktop d(R"({"tavlinDesktop": 1, "apps": [
+      {"pid": 7, "name": "Gone", "terminated": true, "ui": {"role": "AXApplication"}},
+      {"pid": 8, "name": "Silent", "responds": false, "ui": {"role": "AXApplication"}},
+      {"pid": 9, "name": "Treeless"}]})");
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"99999", "no running application has pid 99999"},
+      {"7", "no running application has pid 7"},
+      {"8", "the application with pid 8 does not answer accessibility requests"},
+      {"9", "the application with pid 9 does not answer accessibility requests"},
+  };
+  for (const auto& [pid, message] : cases) {
+    for (const char* command : {"ax-list", "ax-press"}) {
+      ToolRun run = d.clicker({command, "--pid", pid});
+      EXPECT_EQ(run.status, 1) << command << " " << pid;
+      EXPECT_EQ(run.out, "");
+      EXPECT_EQ(run.err, std::string(command) + ": " + message + "\n");
+    }
+  }
 }

@@ -35,12 +35,13 @@ const char* trickyDesktop = R"({
                "children": [
                  {"id": "g1", "role": "AXGroup", "description": "left pane",
                   "children": [
-                    {"id": "shared", "role": "AXButton", "title": "Shared", "actions": ["AXPress", "AXShowMenu"],
+                    {"id": "shared", "role": "AXButton", "title": "Shared", "actions": ["AXPress", "AXShowMenu",
+                                 "Name:Reply to Alice\nTarget:0x600003\nSelector:replyTo:", "Archive thread 42"],
                      "position": [10, 40], "size": [80, 20]},
                     {"id": "field", "role": "AXTextField", "value": "hello\nworld", "settable": ["AXValue"],
                      "attributes": {"AXSelected": false, "AXURL": {"url": "file:///tmp/a%20b.txt"}, "AXHelp": null}},
                     {"role": "AXStaticText", "value": 0.5},
-                    {"role": "AXStaticText", "value": 7, "identifier": "count"},
+                    {"role": "AXStaticText", "value": 7, "identifier": "count", "roleDescription": "unread from Bob"},
                     {"role": "AXCheckBox", "value": true, "enabled": false},
                     {"role": "AXGroup", "title": "Failing", "errors": {"AXDescription": "cannotComplete", "AXChildren": -25200}},
                     {"role": "AXImage", "title": "Left", "hash": 77},
@@ -228,12 +229,20 @@ TEST(DesktopRecorder, RedactionKeepsStructureAndLengths) {
   writeText(r.dir.file("original.json"), trickyDesktop);
   ASSERT_EQ(r.record("original.json", "Tricky", "redacted.json", {"--redact"}).status, 0);
   std::string text = readText(r.dir.file("redacted.json"));
-  for (const char* secret : {"hello", "Shared", "left pane", "First", "a%20b"}) {
+  // Identifiers, role descriptions and custom action names carry web content's texts.
+  for (const char* secret : {"hello", "Shared", "left pane", "First", "a%20b", "count", "Bob", "Alice", "0x600003",
+                             "replyTo", "Archive"}) {
     EXPECT_EQ(text.find(secret), std::string::npos) << secret;
   }
   EXPECT_NE(text.find(R"("value": "xxxxx\nxxxxx")"), std::string::npos);
   EXPECT_NE(text.find(R"({"url": "file:///xxx/xxxxxxxxx"})"), std::string::npos);
-  EXPECT_NE(text.find(R"("identifier": "count")"), std::string::npos);
+  EXPECT_NE(text.find(R"("identifier": "xxxxx")"), std::string::npos);
+  EXPECT_NE(text.find(R"("roleDescription": "xxxxxxxxxxxxxxx")"), std::string::npos);
+  // Standard actions stay; a custom one keeps its keys and lengths.
+  EXPECT_NE(text.find(R"(["AXPress", "AXShowMenu", "Name:xxxxxxxxxxxxxx\nTarget:xxxxxxxx\nSelector:xxxxxxxx", )"
+                      R"("xxxxxxxxxxxxxxxxx"])"),
+            std::string::npos)
+      << text;
 
   // The same elements, roles and frames.
   writeText(r.dir.file("a.json"), trickyDesktop);
@@ -262,6 +271,14 @@ TEST(RedactedText, SameCharacterCountAndLineBreaks) {
       {"\xE2\x80\xA8z", "\xE2\x80\xA8x"},
   };
   for (const Case& c : cases) EXPECT_EQ(tavlin::record::redactedText(c.in), c.out) << c.in;
+  const std::vector<std::pair<std::string, std::string>> actions = {
+      {"AXPress", "AXPress"},
+      {"AXScrollToVisible", "AXScrollToVisible"},
+      {"AXSecret", "xxxxxxxx"},
+      {"Name:Ünïcode\nTarget:0x1\nSelector:open:", "Name:xxxxxxx\nTarget:xxx\nSelector:xxxxx"},
+      {"Label:x\nName:", "xxxxxxx\nName:"},
+  };
+  for (const auto& [in, out] : actions) EXPECT_EQ(tavlin::record::redactedActionName(in), out) << in;
 }
 
 TEST(DesktopRecorder, ElementLimitTruncatesAndSaysSo) {

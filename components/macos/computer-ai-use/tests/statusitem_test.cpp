@@ -11,13 +11,16 @@
 
 #include <chrono>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <thread>
+#include <tuple>
 
 #include "cli/tool_error.h"
 #include "common/files.h"
 #include "platform/posix_processes.h"
 #include "platform/sim/sim_platform.h"
 #include "statusitem/status_item_services.h"
+#include "statusitem/updater_feed.h"
 #include "test_support.h"
 
 using tavlin::testing::readText;
@@ -127,39 +130,240 @@ TEST(StatusItem, UpdaterRunner) {
             "tavlin-updater is missing or not executable: " + empty.file("bin/tavlin-updater"));
 }
 
-TEST(StatusItem, UpdaterScript) {
+namespace {
+
+// The shells the updater must work under: /bin/sh (what the runner uses), dash, bash
+// and zsh, each where installed.
+std::vector<std::string> updaterShells() {
+  std::vector<std::string> shells = {"/bin/sh"};
+  for (const char* shell : {"/bin/dash", "/bin/bash", "/bin/zsh", "/usr/bin/zsh"}) {
+    if (tavlin::common::isExecutableFile(shell)) shells.push_back(shell);
+  }
+  return shells;
+}
+
+struct Updater {
+  std::string shell;
   TempDir home;
   std::string feed = home.file("feed.json");
-  writeText(feed, "{\n  \"version\": \"0.2.0\",\n  \"url\": \"https://example.invalid/Tavlin-0.2.0.zip\"\n}\n");
-  auto updater = [&](std::vector<std::string> args) {
+  std::string settings = home.file("Library/Application Support/Tavlin/updater.json");
+
+  // `environment` replaces the defaults (a value "<unset>" removes the variable).
+  tavlin::platform::ProcessResult run(std::vector<std::string> args, std::map<std::string, std::string> environment = {},
+                                      double timeout = 30) {
     args.insert(args.begin(), std::string(TAVLIN_SOURCE_ROOT) + "/bin/tavlin-updater");
     tavlin::platform::ProcessRequest request;
-    request.executable = "/bin/sh";
-    request.arguments = args;
+    request.executable = shell;
     request.captureOutput = true;
-    request.timeoutSeconds = 30;
-    request.extraEnvironment = {{"HOME", home.path()}, {"TAVLIN_UPDATE_FEED", feed}};
+    request.timeoutSeconds = timeout;
+    std::map<std::string, std::string> env = {
+        {"HOME", home.path()}, {"TAVLIN_UPDATE_FEED", feed}, {"TAVLIN_EXECUTABLE", TAVLIN_BINARY}};
+    for (const auto& [name, value] : environment) env[name] = value;
+    for (const auto& [name, value] : env) {
+      if (value != "<unset>") request.extraEnvironment[name] = value;
+    }
+    if (env["HOME"] == "<unset>") {
+      args.insert(args.begin(), {"-u", "HOME", shell});
+      request.executable = "/usr/bin/env";
+    }
+    request.arguments = args;
     return tavlin::platform::PosixProcesses().run(request);
+  }
+};
+
+// The last line, which must be one JSON object.
+nlohmann::json lastObject(const std::string& out) {
+  std::string text = out;
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  std::string last = text.substr(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n') + 1);
+  nlohmann::json j = nlohmann::json::parse(last, nullptr, false);
+  return j.is_object() ? j : nlohmann::json("<not one JSON object: " + out + ">");
+}
+
+}  // namespace
+
+TEST(StatusItem, UpdaterScript) {
+  for (const std::string& shell : updaterShells()) {
+    Updater u;
+    u.shell = shell;
+    writeText(u.feed, "{\n  \"version\": \"0.2.0\",\n  \"url\": \"https://example.invalid/Tavlin-0.2.0.zip\"\n}\n");
+    auto result = u.run({"status", "--json", "--platform", "macos", "--current-version", "0.1.0"});
+    EXPECT_EQ(result.exitStatus, 0) << shell;
+    EXPECT_EQ(result.standardOutput,
+              "{\"ok\":true,\"command\":\"status\",\"platform\":\"macos\",\"currentVersion\":\"0.1.0\","
+              "\"automaticUpdates\":true}\n")
+        << shell;
+    result = u.run({"check", "--json", "--current-version", "0.1.0"});
+    EXPECT_EQ(result.standardOutput,
+              "checking " + u.feed +
+                  "\n{\"ok\":true,\"command\":\"check\",\"currentVersion\":\"0.1.0\",\"availableVersion\":\"0.2.0\","
+                  "\"updateAvailable\":true,\"url\":\"https://example.invalid/Tavlin-0.2.0.zip\",\"notes\":null,"
+                  "\"automaticUpdates\":true}\n")
+        << shell;
+    result = u.run({"check", "--json", "--current-version", "0.10.0"});
+    EXPECT_EQ(lastObject(result.standardOutput)["updateAvailable"], false) << shell;
+    result = u.run({"set-enabled", "--json", "off"});
+    EXPECT_EQ(result.standardOutput, "{\"ok\":true,\"command\":\"set-enabled\",\"automaticUpdates\":false}\n");
+    EXPECT_EQ(lastObject(u.run({"status", "--json"}).standardOutput)["automaticUpdates"], false) << shell;
+    result = u.run({"set-enabled", "--json", "maybe"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.standardOutput,
+              "{\"ok\":false,\"command\":\"set-enabled\",\"error\":\"set-enabled takes on or off\"}\n");
+  }
+}
+
+// Every way to break the command line, the environment, the setting or the feed ends
+// in one JSON object with an "error", exit status 1, quickly, and nothing written
+// outside the settings file.
+TEST(StatusItem, UpdaterScriptFaultsEndInOneJSONError) {
+  for (const std::string& shell : updaterShells()) {
+    Updater u;
+    u.shell = shell;
+    auto expectError = [&](const tavlin::platform::ProcessResult& result, const std::string& error,
+                           const std::string& what) {
+      EXPECT_FALSE(result.timedOut) << shell << " " << what;
+      EXPECT_EQ(result.exitStatus, 1) << shell << " " << what;
+      EXPECT_EQ(lastObject(result.standardOutput).value("error", "<no error>"), error) << shell << " " << what;
+    };
+    // Options without their values, unknown options and arguments.
+    for (const char* option : {"--install-root", "--platform", "--current-version"}) {
+      expectError(u.run({"status", option}, {}, 5), std::string(option) + " requires a value", option);
+      expectError(u.run({"check", "--json", option}, {}, 5), std::string(option) + " requires a value", option);
+    }
+    expectError(u.run({"status", "--bogus"}), "unknown option: --bogus", "--bogus");
+    expectError(u.run({"status", "extra"}), "unexpected argument: extra", "extra");
+    expectError(u.run({"set-enabled"}), "set-enabled takes on or off", "no value");
+    expectError(u.run({"frobnicate"}), "unknown command: frobnicate (expected status, check or set-enabled)", "cmd");
+
+    // Values that are not UTF-8 or hold control characters still make one JSON line.
+    auto odd = lastObject(u.run({"status", "--platform", "mac\xffos\n", "--current-version", "\xC3\xA9"}).standardOutput);
+    EXPECT_EQ(odd.value("platform", "<none>") + " " + odd.value("currentVersion", "<none>"), "macos \xC3\xA9") << shell;
+
+    // No usable HOME: an error, never a folder of someone else's choosing. (zsh fills
+    // in an unset HOME from the user database itself, so only an empty one is tried.)
+    if (shell.find("zsh") == std::string::npos) {
+      expectError(u.run({"set-enabled", "off"}, {{"HOME", "<unset>"}}),
+                  "HOME is not set: the updater keeps its setting in the home folder", "no HOME");
+    }
+    expectError(u.run({"status"}, {{"HOME", ""}}), "HOME is not set: the updater keeps its setting in the home folder",
+                "empty HOME");
+    expectError(u.run({"set-enabled", "off"}, {{"HOME", "relative"}}), "HOME is not an absolute path: relative",
+                "relative HOME");
+
+    // A folder (or a link to one) at updater.json: refused, reading and writing.
+    std::filesystem::create_directories(u.settings);
+    for (const char* command : {"status", "set-enabled"}) {
+      std::vector<std::string> args = {command};
+      if (std::string(command) == "set-enabled") args.push_back("on");
+      expectError(u.run(args), u.settings + " is not a regular file", command);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(u.settings));
+    std::filesystem::remove(u.settings);
+    TempDir elsewhere;
+    std::filesystem::create_directory_symlink(elsewhere.path(), u.settings);
+    expectError(u.run({"set-enabled", "on"}), u.settings + " is not a regular file", "link to a folder");
+    EXPECT_TRUE(std::filesystem::is_empty(elsewhere.path()));
+    std::filesystem::remove(u.settings);
+
+    // Links planted at the old temporary name and at the file itself are replaced,
+    // never written through.
+    writeText(elsewhere.file("victim"), "precious\n");
+    std::filesystem::create_symlink(elsewhere.file("victim"), u.settings + ".tmp");
+    std::filesystem::create_symlink(elsewhere.file("victim"), u.settings);
+    auto stored = u.run({"set-enabled", "off"});
+    EXPECT_EQ(stored.exitStatus, 0) << shell << stored.standardOutput;
+    EXPECT_EQ(readText(elsewhere.file("victim")), "precious\n") << shell;
+    EXPECT_FALSE(std::filesystem::is_symlink(u.settings)) << shell;
+    EXPECT_EQ(readText(u.settings), "{\"automaticUpdates\":false}\n");
+    std::filesystem::remove(u.settings + ".tmp");
+    size_t files = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(elsewhere.path())) ++files;
+    EXPECT_EQ(files, 1u);
+
+    // Feeds that are not a small regular file are refused at once: a FIFO, a device,
+    // a huge file (sparse, so the test stays small on disk).
+    std::string fifo = u.home.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::string huge = u.home.file("huge.json");
+    writeText(huge, "");
+    std::filesystem::resize_file(huge, 200u << 20);
+    const std::vector<std::pair<std::string, std::string>> feeds = {
+        {fifo, "could not read the feed " + fifo + " (not a regular file)"},
+        {"/dev/zero", "could not read the feed /dev/zero (not a regular file)"},
+        {huge, "could not read the feed " + huge + " (larger than 1 MiB)"},
+        {"http://example.invalid/feed.json",
+         "the feed must be an https address or a local file: http://example.invalid/feed.json"},
+        {"", "no release feed: set TAVLIN_UPDATE_FEED"},
+    };
+    for (const auto& [feed, error] : feeds) {
+      expectError(u.run({"check"}, {{"TAVLIN_UPDATE_FEED", feed}}, 10), error, feed);
+    }
+    // A feed name that would forge a progress line stays one line.
+    auto forged = u.run({"check"}, {{"TAVLIN_UPDATE_FEED", u.home.file("a\n{\"ok\":true}\tb")}});
+    EXPECT_EQ(forged.standardOutput.find("checking " + u.home.file("a\\n{\"ok\":true}\\tb") + "\n{\"ok\":false,"), 0u)
+        << forged.standardOutput;
+  }
+}
+
+// The feed is read by a JSON parser: only top-level keys count, escapes are decoded,
+// and the url must be https or a local file.
+TEST(StatusItem, UpdaterFeedIsParsedAsJSON) {
+  struct Case {
+    std::string feed;
+    std::string expected;  // the check's availableVersion/url/notes, or its error
   };
-  auto result = updater({"status", "--json", "--platform", "macos", "--current-version", "0.1.0"});
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.standardOutput,
-            "{\"ok\":true,\"command\":\"status\",\"platform\":\"macos\",\"currentVersion\":\"0.1.0\","
-            "\"automaticUpdates\":true}\n");
-  result = updater({"check", "--json", "--current-version", "0.1.0"});
-  EXPECT_EQ(result.standardOutput,
-            "checking " + feed +
-                "\n{\"ok\":true,\"command\":\"check\",\"currentVersion\":\"0.1.0\",\"availableVersion\":\"0.2.0\","
-                "\"updateAvailable\":true,\"url\":\"https://example.invalid/Tavlin-0.2.0.zip\","
-                "\"automaticUpdates\":true}\n");
-  result = updater({"check", "--json", "--current-version", "0.10.0"});
-  EXPECT_NE(result.standardOutput.find("\"updateAvailable\":false"), std::string::npos) << result.standardOutput;
-  result = updater({"set-enabled", "--json", "off"});
-  EXPECT_EQ(result.standardOutput, "{\"ok\":true,\"command\":\"set-enabled\",\"automaticUpdates\":false}\n");
-  EXPECT_NE(updater({"status", "--json"}).standardOutput.find("\"automaticUpdates\":false"), std::string::npos);
-  result = updater({"set-enabled", "--json", "maybe"});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_EQ(result.standardOutput, "{\"ok\":false,\"command\":\"set-enabled\",\"error\":\"set-enabled takes on or off\"}\n");
+  const std::vector<Case> cases = {
+      {R"({"release": {"version": "9.9.9"}, "version": "0.2.0"})", R"("0.2.0" null null)"},
+      {R"({"version": "0.2.0", "url": "https://h.invalid/a\"b.zip", "notes": "say \"hi\"\nnext"})",
+       R"("0.2.0" "https://h.invalid/a\"b.zip" "say \"hi\"\nnext")"},
+      {R"({"version": "0.2.0", "url": "file:///Volumes/Updates/Tavlin.zip"})",
+       R"("0.2.0" "file:///Volumes/Updates/Tavlin.zip" null)"},
+      {R"({"version": "0.2.0", "url": "/Volumes/Updates/Tavlin.zip"})", R"("0.2.0" "/Volumes/Updates/Tavlin.zip" null)"},
+      {R"({"version": "0.2.0", "url": "http://h.invalid/x.zip"})",
+       "the feed's url is neither an https address nor a local file: http://h.invalid/x.zip"},
+      {R"({"version": "0.2.0", "url": "ftp://h.invalid/x"})",
+       "the feed's url is neither an https address nor a local file: ftp://h.invalid/x"},
+      {R"({"version": "0.2.0", "url": "Tavlin.zip"})",
+       "the feed's url is neither an https address nor a local file: Tavlin.zip"},
+      {R"({"version": "0.2.0", "url": "https://h.invalid/a b"})",
+       "the feed's url is neither an https address nor a local file: https://h.invalid/a b"},
+      {R"({"version": "0.2.0", "url": 7})", "the feed's \"url\" is not a string"},
+      {R"({"version": 2})", "the feed's \"version\" is not a string"},
+      {R"({"url": "https://h.invalid/x"})", "the feed names no version"},
+      {R"({"version": ""})", "the feed names no version"},
+      {R"({"version": "1.0\nok"})", "the feed's version is not a version: 1.0\\nok"},
+      {R"(["version", "0.2.0"])", "the feed is not a JSON object"},
+      {R"("version": "0.2.0")", "the feed is not valid JSON"},
+      {std::string(100, '[') + std::string(100, ']'), "the feed is not valid JSON"},
+      {"{\"version\": \"0.2.0\xff\"}", "the feed is not valid JSON"},
+  };
+  for (const std::string& shell : {std::string("/bin/sh")}) {
+    Updater u;
+    u.shell = shell;
+    for (const Case& c : cases) {
+      writeText(u.feed, c.feed);
+      auto result = u.run({"check", "--current-version", "0.1.0"});
+      nlohmann::json j = lastObject(result.standardOutput);
+      std::string got = j.contains("error")
+                            ? j["error"].get<std::string>()
+                            : j["availableVersion"].dump() + " " + j["url"].dump() + " " + j["notes"].dump();
+      EXPECT_EQ(got, c.expected) << c.feed;
+    }
+  }
+}
+
+TEST(StatusItem, UpdaterVersionOrder) {
+  using tavlin::statusitem::isNewerVersion;
+  const std::vector<std::tuple<std::string, std::string, bool>> cases = {
+      {"0.2.0", "0.1.0", true},     {"0.10.0", "0.9.9", true},  {"0.9.9", "0.10.0", false},
+      {"1.0.0", "1.0.0", false},    {"1.0.1", "1.0", true},     {"1.0", "1.0.1", false},
+      {"1.0.0-beta", "1.0.0", true}, {"2", "", true},           {"", "1", false},
+      {"007", "7", false},          {"99999999999999999999999", "9999999999999999999999", true},
+      {"1.0b", "1.0a", true},
+  };
+  for (const auto& [candidate, current, newer] : cases) {
+    EXPECT_EQ(isNewerVersion(candidate, current), newer) << candidate << " vs " << current;
+  }
 }
 
 TEST(StatusItem, OneInstanceAtATimeEvenAfterACrash) {
