@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
@@ -46,6 +47,20 @@ void keyToPid(PanelContext& c, int32_t pid, uint16_t code, uint64_t flags, doubl
   c.platform.clock().sleep(0.02);
   input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
   c.platform.clock().sleep(afterUp);
+}
+
+}  // namespace
+
+namespace {
+
+// A list of column view: it sits (in its scroll area) inside the "ColumnView" browser;
+// its rows name their entries with text fields, as list view does.
+bool isColumn(PanelContext& c, const Element& list) {
+  std::optional<Element> at = c.view.info(list).parent;
+  for (int depth = 0; at && depth < 3; ++depth, at = c.view.info(*at).parent) {
+    if (identified(c.view.info(*at), "ColumnView")) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -178,14 +193,16 @@ std::optional<std::string> nativeOpenPanelURLPath(PanelContext& c, const Element
 std::optional<Element> nativeOpenPanelFileList(PanelContext& c, const Element& panel) {
   std::vector<Element> lists, outlines;
   std::optional<Element> lastColumn;
+  std::unordered_set<uint64_t> inColumns;
   for (const auto& node : c.view.nodes(panel)) {
-    const std::string& role = c.view.info(node.element).role;
-    if (role == "AXList") lists.push_back(node.element);
-    if (role == "AXOutline") outlines.push_back(node.element);
+    const NodeInfo& n = c.view.info(node.element);
+    if (n.role == "AXList") lists.push_back(node.element);
+    if (n.role == "AXOutline") outlines.push_back(node.element);
     // Column view: one list per column; the last column lists the folder shown.
-    if (role == "AXList" && node.parent && identified(c.view.info(*node.parent), "ColumnView")) {
-      lastColumn = node.element;
-    }
+    bool column = identified(n, "ColumnView") || (node.parent && inColumns.count(c.view.hash(*node.parent)));
+    if (!column) continue;
+    inColumns.insert(n.hash);
+    if (n.role == "AXList") lastColumn = node.element;
   }
   if (lastColumn) return lastColumn;
   for (const Element& e : lists) {
@@ -217,7 +234,7 @@ std::vector<NativeOpenPanelNode> nativeOpenPanelFileListCandidates(PanelContext&
   if (!list) return {};
   std::vector<NativeOpenPanelNode> nodes = c.view.nodes(*list);
   std::vector<NativeOpenPanelNode> out;
-  if (c.view.info(*list).role == "AXList") {
+  if (c.view.info(*list).role == "AXList" && !isColumn(c, *list)) {
     for (const auto& node : nodes) {
       if (c.view.info(node.element).role == "AXImage") out.push_back(node);
     }

@@ -252,10 +252,12 @@ class SimAccessibilityPort final : public Accessibility {
   static const SimElement* resolve(const SimDesktop& d, const Element& element) {
     const SimElementImpl* e = simElement(element);
     if (!e) return nullptr;
-    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) return &d.element(e->index);
+    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) {
+      return d.element(e->index).invalid ? nullptr : &d.element(e->index);
+    }
     if (auto index = d.indexOfHash(e->hash)) {
       e->index = *index;
-      return &d.element(*index);
+      return d.element(*index).invalid ? nullptr : &d.element(*index);
     }
     return nullptr;
   }
