@@ -250,6 +250,8 @@ class SimDesktop {
   void hostTextInput(size_t panel, const platform::Event& event);
   // The real path of a folder the panel shows, its letter case as on disk.
   std::string panelRealPath(const PanelSlot& slot, const std::string& path) const;
+  // Scrolls the file list just enough to show the entry.
+  void panelScrollTo(PanelSlot& slot, const std::string& path) const;
   std::vector<PanelSlot> panels_;
   size_t staticElements_ = 0;
   std::map<std::string, std::string> displayNames_;

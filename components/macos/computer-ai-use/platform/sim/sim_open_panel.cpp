@@ -131,18 +131,15 @@ std::string SimDesktop::panelRealPath(const PanelSlot& slot, const std::string& 
     std::string built = "/";
     for (const std::string& part : common::pathComponents(resolved)) {
       if (part == "/") continue;
-      std::string next = common::appendPathComponent(built, part);
-      if (!common::exists(next)) {
-        std::error_code error;
-        for (const auto& item : std::filesystem::directory_iterator(built, error)) {
-          std::string name = item.path().filename().string();
-          if (common::lowercased(name) == common::lowercased(part)) {
-            next = common::appendPathComponent(built, name);
-            break;
-          }
-        }
+      // The spelling the panel lists: the first in order of those that differ by case.
+      std::vector<std::string> spellings;
+      std::error_code error;
+      for (const auto& item : std::filesystem::directory_iterator(built, error)) {
+        std::string name = item.path().filename().string();
+        if (common::lowercased(name) == common::lowercased(part)) spellings.push_back(name);
       }
-      built = next;
+      std::sort(spellings.begin(), spellings.end());
+      built = common::appendPathComponent(built, spellings.empty() ? part : spellings.front());
     }
     resolved = built;
   }
@@ -160,8 +157,7 @@ std::vector<SimPanelEntry> SimDesktop::panelEntries(const PanelSlot& slot) const
   for (const auto& item : std::filesystem::directory_iterator(slot.state.folder, error)) {
     std::string name = item.path().filename().string();
     if (name.empty() || name.front() == '.') continue;
-    // A default Mac disk holds one of two names that differ only by case.
-    if (slot.config.caseInsensitive && !seen.insert(common::lowercased(name)).second) continue;
+
     SimPanelEntry e;
     e.path = common::appendPathComponent(slot.state.folder, name);
     e.name = name;
@@ -175,6 +171,14 @@ std::vector<SimPanelEntry> SimDesktop::panelEntries(const PanelSlot& slot) const
     std::string x = common::lowercased(a.displayName), y = common::lowercased(b.displayName);
     return x != y ? x < y : a.name < b.name;
   });
+  if (slot.config.caseInsensitive) {
+    // A default Mac disk holds one of two names that differ only by case.
+    std::vector<SimPanelEntry> kept;
+    for (auto& e : out) {
+      if (seen.insert(common::lowercased(e.name)).second) kept.push_back(std::move(e));
+    }
+    out = std::move(kept);
+  }
   return out;
 }
 
@@ -399,6 +403,18 @@ void SimDesktop::savePanel(size_t panel) {
   rebuildOpenPanels();
 }
 
+void SimDesktop::panelScrollTo(PanelSlot& slot, const std::string& path) const {
+  std::vector<SimPanelEntry> entries = panelEntries(slot);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (entries[i].path != path) continue;
+    platform::Rect port = viewport(slot.config), item = contentFrame(slot.config, i);
+    double top = item.origin.y - port.origin.y, bottom = top + item.size.height;
+    if (top < slot.state.scroll) slot.state.scroll = top;
+    if (bottom > slot.state.scroll + port.size.height) slot.state.scroll = bottom - port.size.height;
+    return;
+  }
+}
+
 void SimDesktop::panelShow(size_t panel, const std::string& folder, const std::optional<std::string>& selection,
                            bool remember) {
   SimOpenPanelState& s = panels_[panel].state;
@@ -406,6 +422,8 @@ void SimDesktop::panelShow(size_t panel, const std::string& folder, const std::o
   if (remember && shown != s.folder) s.history.push_back(s.folder);
   s.folder = shown;
   s.scroll = 0;
+  // A selection is shown: the list scrolls to it.
+  if (selection) panelScrollTo(panels_[panel], *selection);
   s.selection = selection;
   s.shownAtMicros = elapsedMicros_;
   log("pid:" + std::to_string(panels_[panel].config.pid), "open-panel-show", {{"folder", shown}});
@@ -458,20 +476,9 @@ void SimDesktop::openPanelAction(size_t index, const std::string& action) {
   } else if (role == "entry" && action == "AXOpen" && common::isDirectory(path)) {
     panelOpenFolder(panel, path);
   } else if ((role == "entry" || role == "row") && action == "AXScrollToVisible") {
-    std::vector<SimPanelEntry> entries = panelEntries(slot);
-    for (size_t i = 0; i < entries.size(); ++i) {
-      if (entries[i].path != path) continue;
-      platform::Rect port = viewport(slot.config), item = contentFrame(slot.config, i);
-      double top = item.origin.y - port.origin.y, bottom = top + item.size.height;
-      double scroll = slot.state.scroll;
-      if (top < scroll) scroll = top;
-      if (bottom > scroll + port.size.height) scroll = bottom - port.size.height;
-      if (scroll != slot.state.scroll) {
-        slot.state.scroll = scroll;
-        savePanel(panel);
-      }
-      break;
-    }
+    double before = slot.state.scroll;
+    panelScrollTo(slot, path);
+    if (slot.state.scroll != before) savePanel(panel);
   }
 }
 
