@@ -679,7 +679,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
                             "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "buttonStateLags",
                             "entriesDelay", "wrongTurns", "hostTextArea", "outOfProcess", "goToDelay",
-                            "openButtonLag", "appearsAfter", "closesAfter", "title", "caseInsensitive", "state"});
+                            "openButtonLag", "appearsAfter", "closesAfter", "title", "caseInsensitive", "decomposedNames", "state"});
   if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
   PanelSlot slot;
   slot.jsonPointer = pointer;
@@ -716,6 +716,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   if (auto it = json.find("wrongTurns"); it != json.end()) c.wrongTurns = p.integer(*it, where + ".wrongTurns", 0, 1000);
   flag("outOfProcess", c.outOfProcess);
   flag("caseInsensitive", c.caseInsensitive);
+  flag("decomposedNames", c.decomposedNames);
   if (auto it = json.find("hostTextArea"); it != json.end()) c.hostTextArea = p.string(*it, where + ".hostTextArea");
   if (auto it = json.find("title"); it != json.end()) c.title = p.string(*it, where + ".title");
   if (auto it = json.find("goToDelay"); it != json.end()) c.goToDelay = boundedSeconds(p, *it, where + ".goToDelay");

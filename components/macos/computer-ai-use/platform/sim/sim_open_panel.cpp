@@ -7,6 +7,9 @@
 #include <filesystem>
 #include <set>
 
+#include <unicode/normalizer2.h>
+#include <unicode/unistr.h>
+
 #include "common/files.h"
 #include "common/unicode.h"
 #include "platform/sim/sim_desktop.h"
@@ -66,6 +69,18 @@ const Texts& texts(const std::string& language) {
 
 bool inside(const platform::Rect& r, platform::Point p) {
   return p.x >= r.origin.x && p.x < r.origin.x + r.size.width && p.y >= r.origin.y && p.y < r.origin.y + r.size.height;
+}
+
+// The decomposed form (NFD) in which an HFS+ disk stores names.
+std::string decomposed(const std::string& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
+  if (U_FAILURE(status)) return text;
+  icu::UnicodeString out = nfd->normalize(icu::UnicodeString::fromUTF8(text), status);
+  if (U_FAILURE(status)) return text;
+  std::string utf8;
+  out.toUTF8String(utf8);
+  return utf8;
 }
 
 int64_t micros(double seconds) { return std::llround(seconds * 1e6); }
@@ -162,6 +177,7 @@ std::vector<SimPanelEntry> SimDesktop::panelEntries(const PanelSlot& slot) const
     e.path = common::appendPathComponent(slot.state.folder, name);
     e.name = name;
     e.displayName = displayName(e.path);
+    if (slot.config.decomposedNames) e.displayName = decomposed(e.displayName);
     bool directory = common::isDirectory(e.path);
     e.bundle = directory && name.ends_with(".app");
     e.folder = directory && !e.bundle;
@@ -256,7 +272,8 @@ void SimDesktop::rebuildOpenPanels() {
     size_t where = add(panel, "where", "AXPopUpButton", {{x + 250, y + 10}, {200, 24}});
     elements_[where].attributes["AXIdentifier"] = text("where popup");
     elements_[where].attributes["AXTitle"] = text(t.where);
-    elements_[where].attributes["AXValue"] = text(displayName(slot.state.folder));
+    std::string whereName = displayName(slot.state.folder);
+    elements_[where].attributes["AXValue"] = text(c.decomposedNames ? decomposed(whereName) : whereName);
     elements_[where].actions = {"AXPress", "AXShowMenu"};
     size_t search = add(panel, "search", "AXTextField", {{x + 500, y + 10}, {180, 24}});
     elements_[search].attributes["AXSubrole"] = text("AXSearchField");

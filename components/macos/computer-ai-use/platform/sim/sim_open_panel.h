@@ -43,6 +43,7 @@ struct SimOpenPanelConfig {
   std::optional<double> closesAfter; // ... and dismissed (by its user) at this time
   std::string title;                 // the panel's own title, an application's prompt
   bool caseInsensitive = false;      // names that differ only by case are one name
+  bool decomposedNames = false;      // names shown decomposed (NFD), as an HFS+ disk keeps them
 };
 
 struct SimOpenPanelState {
