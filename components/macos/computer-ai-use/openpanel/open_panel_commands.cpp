@@ -152,7 +152,7 @@ bool nativeOpenPanelSelectContainingRow(PanelContext& c, const Element& panel, i
                                         const NativeOpenPanelNode& entry, const std::string& targetPath,
                                         double timeout) {
   auto selected = [&] { return nativeOpenPanelSelectedEntryMatches(c, panel, targetPath); };
-  c.view.nextPoll();
+  // Read on the poll that found the entry.
   if (selected()) return true;
   if (std::optional<platform::Point> at = pointInView(c, panel, entry)) {
     input::postMouseClickToPid(c.platform, pid, *at, 1);
@@ -290,8 +290,8 @@ std::optional<std::string> confirmedAnchor(PanelContext& c, const Element& panel
   std::vector<std::string> candidates = nativeOpenPanelAnchorCandidates(c, target, isDirectory, location);
   if (candidates.empty()) return std::nullopt;
   // The contents may be listed a moment after the location.
-  std::optional<std::string> shown;
-  try {
+  std::optional<std::string> shown = nativeOpenPanelShownFolder(c, panel);
+  if (!shown) try {
     waitForNativeOpenPanelCondition(c, std::min(timeout, stepCap), [&] {
       return (shown = nativeOpenPanelShownFolder(c, panel)).has_value();
     });
@@ -380,15 +380,22 @@ void goToFolder(PanelContext& c, const Element& panel, int32_t pid, const std::s
 // Confirms the choice: the Open button once it is enabled (it lags behind a
 // selection), else Return; then waits for the panel to close.
 void confirmChoice(PanelContext& c, const Element& appElement, const Element& panel, int32_t pid,
-                   const std::string& errorPrefix) {
-  std::optional<Element> button;
-  try {
-    waitForNativeOpenPanelCondition(c, selectionCap, [&] {
-      button = nativeOpenPanelChooseButton(c, panel);
-      return button && truth(c.view.info(*button).enabled);
-    });
-  } catch (const cli::ToolError&) {
-    button.reset();
+                   const std::string& path, bool isDirectory, const std::string& errorPrefix) {
+  // Before anything is pressed, the panel must still hold exactly the target (read on
+  // the poll that found it).
+  if (!nativeOpenPanelTargetChosen(c, panel, path, isDirectory)) {
+    throw cli::ToolError("Native Open panel selection is no longer " + path);
+  }
+  std::optional<Element> button = nativeOpenPanelChooseButton(c, panel);
+  if (!button || !truth(c.view.info(*button).enabled)) {
+    try {
+      waitForNativeOpenPanelCondition(c, selectionCap, [&] {
+        button = nativeOpenPanelChooseButton(c, panel);
+        return button && truth(c.view.info(*button).enabled);
+      });
+    } catch (const cli::ToolError&) {
+      button.reset();
+    }
   }
   if (button) {
     platform::AXError result = c.view.accessibility().performAction(*button, "AXPress");
@@ -552,10 +559,8 @@ void handleChooseOpenPanelPath(runtime::CommandContext& context, const cli::Flag
   // since took that choice.
   view.nextPoll();
   if (std::optional<Element> current = findNativeOpenPanel(c, opened.appElement)) {
-    if (!nativeOpenPanelTargetChosen(c, *current, path, isDirectory)) {
-      throw cli::ToolError("Native Open panel selection is no longer " + path);
-    }
-    confirmChoice(c, opened.appElement, *current, pid, "Pressing Open panel choose button failed with code ");
+    confirmChoice(c, opened.appElement, *current, pid, path, isDirectory,
+                  "Pressing Open panel choose button failed with code ");
   }
   writeChooseResult(context, opened.app, path, isDirectory ? "directory" : "file", strategy, false);
 }
