@@ -5,7 +5,10 @@
 // items; sidebar, "where" pop-up, search field, Open/Choose and Cancel buttons) and
 // reacts to pid-targeted clicks, "AXOpen", "AXPress", the go-to-folder keys and
 // Return. Its state (folder, selection, go-to text, history, the chosen path) lives in
-// the desktop file, so a sequence of commands sees one panel.
+// the desktop file, so a sequence of commands sees one panel. Options make it as hard
+// as the real one: a visible area that clips clicks, column view, a late panel, sheet
+// and button, a panel in another process, names by case or decomposed, links resolved,
+// and a host text area that shows any key that leaked out of the panel.
 #include <cstdint>
 #include <optional>
 #include <string>
