@@ -165,6 +165,24 @@ bool nativeOpenPanelSelectContainingRow(PanelContext& c, const Element& panel, i
   }
   c.view.nextPoll();
   std::vector<Element> chain = nativeOpenPanelAncestorChain(c, entry);
+  // The list's selection, given the row that holds the entry.
+  if (std::optional<Element> list = nativeOpenPanelFileList(c, panel)) {
+    uint64_t listHash = c.view.hash(*list);
+    for (size_t i = 0; i + 1 < chain.size(); ++i) {
+      if (c.view.hash(chain[i + 1]) != listHash) continue;
+      const char* attribute = c.view.info(*list).role == "AXOutline" ? "AXSelectedRows" : "AXSelectedChildren";
+      if (c.view.accessibility().setAttributeElements(*list, attribute, {chain[i]}) == platform::AXError::success) {
+        try {
+          waitForNativeOpenPanelCondition(c, timeout, selected);
+          return true;
+        } catch (const cli::ToolError&) {
+          // Accepted but ignored: the actions next.
+        }
+      }
+      break;
+    }
+  }
+  c.view.nextPoll();
   if (!nativeOpenPanelPerformFirstAvailableAction(c, {"AXPick", "AXPress"}, chain)) return false;
   try {
     waitForNativeOpenPanelCondition(c, timeout, selected);

@@ -171,6 +171,8 @@ class SimDesktop {
   void openPanelAction(size_t index, const std::string& action);
   // A pid-targeted event reaching an application with a panel.
   void openPanelInput(int32_t pid, const platform::Event& event);
+  // A panel's list given its selected rows or items; false for any other element.
+  bool openPanelSetSelection(size_t index, const std::string& attribute, const std::vector<size_t>& items);
   // The name the panel (and the file manager) shows for a path: "displayNames" of the
   // file, else the name with an ".app" extension hidden.
   std::string displayName(const std::string& path) const;

@@ -322,6 +322,8 @@ void SimDesktop::rebuildOpenPanels() {
       elements_[list].attributes["AXIdentifier"] = text(iconView ? "IconView" : "ListView");
       if (iconView) elements_[list].attributes["AXSubrole"] = text("AXCollectionList");
     }
+    elements_[list].panelRole = "list";
+    elements_[list].settable = {iconView || columnView ? "AXSelectedChildren" : "AXSelectedRows"};
     StoredArray selectedItems;
     for (size_t i = 0; i < entries.size(); ++i) {
       const SimPanelEntry& entry = entries[i];
@@ -499,6 +501,28 @@ void SimDesktop::openPanelAction(size_t index, const std::string& action) {
   }
 }
 
+bool SimDesktop::openPanelSetSelection(size_t index, const std::string& attribute, const std::vector<size_t>& items) {
+  const SimElement& list = elements_.at(index);
+  if (list.panel < 0 || list.panelRole != "list") return false;
+  bool supported = false;
+  for (const auto& s : list.settable) supported |= s == attribute;
+  if (!supported || items.size() > 1) return false;
+  size_t panel = static_cast<size_t>(list.panel);
+  PanelSlot& slot = panels_[panel];
+  if (slot.config.rowsRefuseSelection) return true;  // accepted, and ignored
+  std::optional<std::string> selection;
+  if (!items.empty()) {
+    const SimElement& item = elements_.at(items.front());
+    if (item.panel != list.panel || item.panelRole != "row") return false;
+    selection = item.panelPath;
+  }
+  if (selection != slot.state.selection) {
+    slot.state.selection = selection;
+    savePanel(panel);
+  }
+  return true;
+}
+
 void SimDesktop::openPanelInput(int32_t pid, const platform::Event& event) {
   for (size_t panel = 0; panel < panels_.size(); ++panel) {
     PanelSlot& slot = panels_[panel];
@@ -518,7 +542,7 @@ void SimDesktop::openPanelInput(int32_t pid, const platform::Event& event) {
       // Hit test: the topmost entry or button under the point.
       for (size_t i = elements_.size(); i-- > staticElements_;) {
         const SimElement& e = elements_[i];
-        if (e.panel != static_cast<int>(panel) || e.panelRole.empty() || e.invalid) continue;
+        if (e.panel != static_cast<int>(panel) || e.panelRole.empty() || e.panelRole == "list" || e.invalid) continue;
         auto pos = e.attributes.find("AXPosition");
         auto size = e.attributes.find("AXSize");
         platform::Rect frame{std::get<platform::Point>(pos->second.storage), std::get<platform::Size>(size->second.storage)};
