@@ -131,15 +131,20 @@ std::optional<platform::Point> pointInView(PanelContext& c, const Element& panel
 
 // Whether the panel would choose exactly the path now: every selected entry is it, or
 // (a folder) nothing is selected and the folder shown is it.
-bool nativeOpenPanelTargetChosen(PanelContext& c, const Element& panel, const std::string& path, bool isDirectory) {
+// Whether every selected entry is the path; absent when nothing is selected.
+std::optional<bool> selectionIs(PanelContext& c, const Element& panel, const std::string& path) {
   std::vector<NativeOpenPanelEntry> entries = nativeOpenPanelEntries(c, panel);
-  bool any = false;
+  std::optional<bool> out;
   for (size_t i = 0; i < entries.size(); ++i) {
     if (!entries[i].selected) continue;
     if (!nativeOpenPanelEntryIs(c, entries, i, path)) return false;
-    any = true;
+    out = true;
   }
-  if (any) return true;
+  return out;
+}
+
+bool nativeOpenPanelTargetChosen(PanelContext& c, const Element& panel, const std::string& path, bool isDirectory) {
+  if (std::optional<bool> selected = selectionIs(c, panel, path)) return *selected;
   if (!isDirectory) return false;
   std::optional<std::string> shown = nativeOpenPanelShownFolder(c, panel);
   return shown && sameFile(*shown, path);
@@ -447,14 +452,7 @@ void writeChooseResult(runtime::CommandContext& context, const platform::Running
 }  // namespace
 
 bool nativeOpenPanelSelectedEntryMatches(PanelContext& c, const Element& panel, const std::string& targetPath) {
-  std::vector<NativeOpenPanelEntry> entries = nativeOpenPanelEntries(c, panel);
-  bool any = false;
-  for (size_t i = 0; i < entries.size(); ++i) {
-    if (!entries[i].selected) continue;
-    if (!nativeOpenPanelEntryIs(c, entries, i, targetPath)) return false;
-    any = true;
-  }
-  return any;
+  return selectionIs(c, panel, targetPath).value_or(false);
 }
 
 std::vector<std::string> nativeOpenPanelSelectedRowLabels(PanelContext& c, const Element& panel) {
