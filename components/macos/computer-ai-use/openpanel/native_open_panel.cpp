@@ -409,6 +409,8 @@ bool sameFile(const std::string& a, const std::string& b) {
   if (x == y) return true;
   struct stat sa {}, sb {};
   if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
+  // A file with several hard links has several names the panel can record apart.
+  if (!S_ISDIR(sa.st_mode) && sa.st_nlink > 1) return false;
   return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
