@@ -97,6 +97,11 @@ class GuardedAccessibility final : public Accessibility {
     owner_.check();
     return inner_.setAttributeValue(element, attribute, text);
   }
+  AXError setAttributeElements(const Element& element, const std::string& attribute,
+                               const std::vector<Element>& elements) override {
+    owner_.check();
+    return inner_.setAttributeElements(element, attribute, elements);
+  }
   uint64_t hash(const Element& element) override { return inner_.hash(element); }
   bool sameElement(const Element& a, const Element& b) override { return inner_.sameElement(a, b); }
   AXError setMessagingTimeout(const Element& element, float seconds) override {

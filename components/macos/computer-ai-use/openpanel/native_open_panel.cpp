@@ -1,7 +1,13 @@
 #include "openpanel/native_open_panel.h"
 
+#include <sys/stat.h>
+
+#include <cstring>
+
 #include <algorithm>
 #include <cctype>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "cli/json_output.h"
 #include "cli/tool_error.h"
@@ -28,8 +34,10 @@ bool contains(const std::optional<std::string>& text, const char* part) {
 bool nonEmpty(const std::optional<std::string>& s) { return s && !s->empty(); }
 
 bool inSet(const std::set<std::string>& set, const std::optional<std::string>& text) {
-  return text && set.count(*text) > 0;
+  return text && set.count(common::canonicalForm(*text)) > 0;
 }
+
+bool identified(const NodeInfo& n, const char* identifier) { return n.identifier && *n.identifier == identifier; }
 
 constexpr uint16_t keyA = 0, keyG = 5, keyDelete = 51, keyReturn = 36;
 
@@ -39,6 +47,20 @@ void keyToPid(PanelContext& c, int32_t pid, uint16_t code, uint64_t flags, doubl
   c.platform.clock().sleep(0.02);
   input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
   c.platform.clock().sleep(afterUp);
+}
+
+}  // namespace
+
+namespace {
+
+// A list of column view: it sits (in its scroll area) inside the "ColumnView" browser;
+// its rows name their entries with text fields, as list view does.
+bool isColumn(PanelContext& c, const Element& list) {
+  std::optional<Element> at = c.view.info(list).parent;
+  for (int depth = 0; at && depth < 3; ++depth, at = c.view.info(*at).parent) {
+    if (identified(c.view.info(*at), "ColumnView")) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -57,16 +79,16 @@ std::string openPanelLabel(PanelContext& c, const Element& element) {
 }
 
 bool subtreeHasNativeOpenPanelSignature(PanelContext& c, const Element& element) {
-  bool cancel = false, choose = false, search = false, list = false, identified = false;
+  bool cancel = false, choose = false, search = false, list = false, ownIdentifier = false;
   for (const Element& e : descendants(c, element)) {
     const NodeInfo& n = c.view.info(e);
-    cancel |= n.role == "AXButton" && inSet(c.titles.cancelButton, n.title);
-    choose |= n.role == "AXButton" && inSet(c.titles.chooseButton, n.title);
+    cancel |= n.role == "AXButton" && (inSet(c.titles.cancelButton, n.title) || identified(n, "CancelButton"));
+    choose |= n.role == "AXButton" && (inSet(c.titles.chooseButton, n.title) || identified(n, "OKButton"));
     search |= n.role == "AXTextField" && n.subrole && *n.subrole == "AXSearchField";
     list |= n.role == "AXOutline" && (contains(n.description, "列表视图") || contains(n.description, "list"));
-    identified |= n.identifier && *n.identifier == "open-panel";
+    ownIdentifier |= identified(n, "open-panel");
   }
-  if (identified) return cancel && choose;
+  if (ownIdentifier) return cancel && choose;
   return cancel && choose && (search || list);
 }
 
@@ -76,7 +98,7 @@ std::optional<Element> findNativeOpenPanel(PanelContext& c, const Element& appEl
   for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
     const NodeInfo& n = c.view.info(*it);
     if (n.role != "AXSheet" && n.role != "AXWindow") continue;
-    if (!c.titles.panel.count(openPanelLabel(c, *it)) && !(n.identifier && *n.identifier == "open-panel")) continue;
+    if (!c.titles.panel.count(common::canonicalForm(openPanelLabel(c, *it))) && !identified(n, "open-panel")) continue;
     if (subtreeHasNativeOpenPanelSignature(c, *it)) return *it;
   }
   if (subtreeHasNativeOpenPanelSignature(c, appElement)) return appElement;
@@ -170,11 +192,19 @@ std::optional<std::string> nativeOpenPanelURLPath(PanelContext& c, const Element
 
 std::optional<Element> nativeOpenPanelFileList(PanelContext& c, const Element& panel) {
   std::vector<Element> lists, outlines;
-  for (const Element& e : descendants(c, panel)) {
-    const std::string& role = c.view.info(e).role;
-    if (role == "AXList") lists.push_back(e);
-    if (role == "AXOutline") outlines.push_back(e);
+  std::optional<Element> lastColumn;
+  std::unordered_set<uint64_t> inColumns;
+  for (const auto& node : c.view.nodes(panel)) {
+    const NodeInfo& n = c.view.info(node.element);
+    if (n.role == "AXList") lists.push_back(node.element);
+    if (n.role == "AXOutline") outlines.push_back(node.element);
+    // Column view: one list per column; the last column lists the folder shown.
+    bool column = identified(n, "ColumnView") || (node.parent && inColumns.count(c.view.hash(*node.parent)));
+    if (!column) continue;
+    inColumns.insert(n.hash);
+    if (n.role == "AXList") lastColumn = node.element;
   }
+  if (lastColumn) return lastColumn;
   for (const Element& e : lists) {
     const NodeInfo& n = c.view.info(e);
     if ((n.description && *n.description == "图标视图") ||
@@ -204,7 +234,7 @@ std::vector<NativeOpenPanelNode> nativeOpenPanelFileListCandidates(PanelContext&
   if (!list) return {};
   std::vector<NativeOpenPanelNode> nodes = c.view.nodes(*list);
   std::vector<NativeOpenPanelNode> out;
-  if (c.view.info(*list).role == "AXList") {
+  if (c.view.info(*list).role == "AXList" && !isColumn(c, *list)) {
     for (const auto& node : nodes) {
       if (c.view.info(node.element).role == "AXImage") out.push_back(node);
     }
@@ -246,8 +276,17 @@ std::string nativeOpenPanelFingerprint(PanelContext& c, const Element& panel) {
   return out;
 }
 
+std::optional<Element> nativeOpenPanelChooseButton(PanelContext& c, const Element& panel) {
+  if (auto button = findNativeOpenPanelButton(c, panel, c.titles.chooseButton)) return button;
+  for (const Element& e : descendants(c, panel)) {
+    const NodeInfo& n = c.view.info(e);
+    if (n.role == "AXButton" && identified(n, "OKButton")) return e;
+  }
+  return std::nullopt;
+}
+
 bool nativeOpenPanelChooseButtonEnabled(PanelContext& c, const Element& panel) {
-  std::optional<Element> button = findNativeOpenPanelButton(c, panel, c.titles.chooseButton);
+  std::optional<Element> button = nativeOpenPanelChooseButton(c, panel);
   if (!button) return false;
   const auto& enabled = c.view.info(*button).enabled;
   return enabled && enabled->number() && enabled->number()->truthValue();
@@ -317,15 +356,26 @@ std::vector<std::string> nativeOpenPanelPathPrefixes(const std::string& path, bo
   return out;
 }
 
-std::optional<std::string> nativeOpenPanelAnchorPath(PanelContext& c, const std::string& targetPath, bool isDirectory,
-                                                     const std::optional<std::string>& location) {
-  if (!location || location->empty()) return std::nullopt;
+std::vector<std::string> nativeOpenPanelAnchorCandidates(PanelContext& c, const std::string& targetPath,
+                                                         bool isDirectory, const std::optional<std::string>& location) {
+  std::vector<std::string> out;
+  if (!location || location->empty()) return out;
+  std::string shown = common::lowercased(*location);
   std::vector<std::string> prefixes = nativeOpenPanelPathPrefixes(targetPath, isDirectory);
   for (auto it = prefixes.rbegin(); it != prefixes.rend(); ++it) {
-    if (common::lastPathComponent(*it) == *location) return *it;
-    if (nativeOpenPanelDisplayName(c, *it) == *location) return *it;
+    if (common::lowercased(common::lastPathComponent(*it)) == shown ||
+        common::lowercased(nativeOpenPanelDisplayName(c, *it)) == shown) {
+      out.push_back(*it);
+    }
   }
-  return std::nullopt;
+  return out;
+}
+
+std::optional<std::string> nativeOpenPanelAnchorPath(PanelContext& c, const std::string& targetPath, bool isDirectory,
+                                                     const std::optional<std::string>& location) {
+  std::vector<std::string> candidates = nativeOpenPanelAnchorCandidates(c, targetPath, isDirectory, location);
+  if (candidates.empty()) return std::nullopt;
+  return candidates.front();
 }
 
 std::optional<std::vector<std::string>> nativeOpenPanelRelativeComponents(const std::string& anchor,
@@ -339,16 +389,121 @@ std::optional<std::vector<std::string>> nativeOpenPanelRelativeComponents(const 
 std::optional<NativeOpenPanelNode> nativeOpenPanelFindEntry(PanelContext& c, const Element& panel,
                                                             const std::string& childPath,
                                                             const std::string& componentName) {
-  std::string displayName = nativeOpenPanelDisplayName(c, childPath);
-  std::string standardized = nativeOpenPanelStandardizedPath(childPath);
-  for (const auto& node : nativeOpenPanelFileListCandidates(c, panel)) {
-    if (nativeOpenPanelURLPath(c, node.element) == standardized) return node;
-    const NodeInfo& n = c.view.info(node.element);
-    if (n.filename == componentName) return node;
-    std::string label = entryLabel(c, node.element);
-    if (label == componentName || label == displayName) return node;
+  std::vector<NativeOpenPanelEntry> entries = nativeOpenPanelEntries(c, panel);
+  std::string child = common::appendPathComponent(common::deletingLastPathComponent(childPath), componentName);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (nativeOpenPanelEntryIs(c, entries, i, child)) return entries[i].node;
   }
   return std::nullopt;
+}
+
+// --- identity ---------------------------------------------------------------
+
+bool namesEqual(const std::string& a, const std::string& b) {
+  return a == b || common::canonicalForm(a) == common::canonicalForm(b);
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+  std::string x = common::canonicalForm(nativeOpenPanelStandardizedPath(a));
+  std::string y = common::canonicalForm(nativeOpenPanelStandardizedPath(b));
+  if (x == y) return true;
+  struct stat sa {}, sb {};
+  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
+  // A file with several hard links has several names the panel can record apart.
+  if (!S_ISDIR(sa.st_mode) && sa.st_nlink > 1) return false;
+  return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+bool isPackagePath(const std::string& path) {
+  static const char* const extensions[] = {".app", ".bundle", ".framework", ".plugin", ".kext", ".pkg",
+                                           ".mpkg", ".xpc",    ".appex",     ".rtfd",   ".photoslibrary"};
+  std::string name = common::lowercased(common::lastPathComponent(path));
+  bool packaged = false;
+  for (const char* extension : extensions) packaged |= name.size() > std::strlen(extension) && name.ends_with(extension);
+  return packaged && common::isDirectory(path);
+}
+
+std::vector<NativeOpenPanelEntry> nativeOpenPanelEntries(PanelContext& c, const Element& panel) {
+  std::optional<Element> list = nativeOpenPanelFileList(c, panel);
+  if (!list) return {};
+  uint64_t listHash = c.view.hash(*list);
+  // Each element's parent and whether it or an element above it (below the list) is
+  // selected.
+  std::unordered_map<uint64_t, uint64_t> parentOf;
+  std::unordered_map<uint64_t, bool> selected;
+  for (const auto& node : c.view.nodes(*list)) {
+    uint64_t key = c.view.hash(node.element);
+    uint64_t parent = node.parent ? c.view.hash(*node.parent) : 0;
+    parentOf.emplace(key, parent);
+    const auto& flag = c.view.info(node.element).selected;
+    bool own = flag && flag->number() && flag->number()->truthValue();
+    selected[key] = own || (parent != listHash && selected[parent]);
+  }
+  std::vector<NativeOpenPanelEntry> out;
+  std::unordered_map<uint64_t, size_t> rowIndex;
+  auto isName = [&](const Element& e) {
+    const std::string& role = c.view.info(e).role;
+    return role == "AXTextField" || role == "AXStaticText";
+  };
+  for (const auto& node : nativeOpenPanelFileListCandidates(c, panel)) {
+    uint64_t row = c.view.hash(node.element);
+    for (int guard = 0; guard < 64 && row != listHash; ++guard) {
+      auto it = parentOf.find(row);
+      if (it == parentOf.end() || it->second == listHash || it->second == 0) break;
+      row = it->second;
+    }
+    std::optional<std::string> url = nativeOpenPanelURLPath(c, node.element);
+    auto [at, added] = rowIndex.emplace(row, out.size());
+    if (added) out.push_back({node, std::nullopt, "", std::nullopt, false});
+    NativeOpenPanelEntry& entry = out[at->second];
+    // The name element represents the row: the one with the URL, else a text.
+    bool better = !added && ((url && !entry.path) || (!entry.path && isName(node.element) && !isName(entry.node.element)));
+    if (added || better) {
+      entry.node = node;
+      entry.label = entryLabel(c, node.element);
+      entry.filename = c.view.info(node.element).filename;
+    }
+    if (url && !entry.path) entry.path = url;
+    entry.selected |= selected[c.view.hash(node.element)];
+  }
+  return out;
+}
+
+bool nativeOpenPanelEntryIs(PanelContext& c, const std::vector<NativeOpenPanelEntry>& entries, size_t index,
+                            const std::string& path) {
+  const NativeOpenPanelEntry& entry = entries[index];
+  if (entry.path) return sameFile(*entry.path, path);
+  std::string name = common::lastPathComponent(nativeOpenPanelStandardizedPath(path));
+  std::string displayName = nativeOpenPanelDisplayName(c, path);
+  auto shows = [&](const NativeOpenPanelEntry& e) {
+    if (e.path) return false;
+    if (e.filename && namesEqual(*e.filename, name)) return true;
+    return !e.label.empty() && (namesEqual(e.label, name) || namesEqual(e.label, displayName));
+  };
+  if (!shows(entry)) return false;
+  // A label shown by two entries names neither of them.
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (i != index && shows(entries[i])) return false;
+  }
+  return true;
+}
+
+std::optional<std::string> nativeOpenPanelShownFolder(PanelContext& c, const Element& panel) {
+  for (const Element& e : descendants(c, panel)) {
+    const NodeInfo& n = c.view.info(e);
+    if (n.role == "AXPopUpButton" && (contains(n.title, "位置") || identified(n, "where popup"))) {
+      if (auto url = nativeOpenPanelURLPath(c, e)) return url;
+      break;
+    }
+  }
+  std::optional<std::string> folder;
+  for (const auto& entry : nativeOpenPanelEntries(c, panel)) {
+    if (!entry.path) continue;
+    std::string parent = common::canonicalForm(common::deletingLastPathComponent(*entry.path));
+    if (folder && *folder != parent) return std::nullopt;
+    folder = parent;
+  }
+  return folder;
 }
 
 std::vector<Element> nativeOpenPanelAncestorChain(PanelContext& c, const NativeOpenPanelNode& node) {

@@ -80,5 +80,42 @@ std::optional<NativeOpenPanelNode> nativeOpenPanelFindEntry(PanelContext& c, con
                                                             const std::string& childPath,
                                                             const std::string& componentName);
 std::vector<Element> nativeOpenPanelAncestorChain(PanelContext& c, const NativeOpenPanelNode& node);
+// Every prefix whose name or display name is the location name (canonically equal,
+// ignoring case), deepest first: candidates only, until the shown folder confirms one.
+std::vector<std::string> nativeOpenPanelAnchorCandidates(PanelContext& c, const std::string& targetPath,
+                                                         bool isDirectory,
+                                                         const std::optional<std::string>& currentLocationValue);
+
+// --- identity ---
+// Names and titles compare in canonical form (NFC), as the platform's strings do.
+bool namesEqual(const std::string& a, const std::string& b);
+// Whether two paths name one file: equal standardised canonical forms, or (both
+// existing) the same device and inode, which sees through symbolic links, a
+// case-insensitive disk and a decomposed name on disk.
+bool sameFile(const std::string& a, const std::string& b);
+// A folder the panel shows as one item (an application or other bundle): never opened
+// on the way to a target.
+bool isPackagePath(const std::string& path);
+
+// One row or item of the file list: the element that names it and what it stands for.
+struct NativeOpenPanelEntry {
+  NativeOpenPanelNode node;           // the name element (else the row's first candidate)
+  std::optional<std::string> path;    // the first "AXURL" among the row's candidates
+  std::string label;                  // the name element's label
+  std::optional<std::string> filename;
+  bool selected = false;              // the row, or an element of it, is selected
+};
+// The file list's entries, one per row (in column view, of the last column).
+std::vector<NativeOpenPanelEntry> nativeOpenPanelEntries(PanelContext& c, const Element& panel);
+// Whether an entry stands for the path: a known URL decides; a label counts only for an
+// entry without one, and only when no other such entry shows the same label.
+bool nativeOpenPanelEntryIs(PanelContext& c, const std::vector<NativeOpenPanelEntry>& entries, size_t index,
+                            const std::string& path);
+// The folder the panel shows, read from its contents: the location's "AXURL", else the
+// one parent of every listed entry's URL; absent when they do not tell.
+std::optional<std::string> nativeOpenPanelShownFolder(PanelContext& c, const Element& panel);
+// The choose button: by title, or by the standard identifier "OKButton" that a panel
+// with an application's own prompt still carries.
+std::optional<Element> nativeOpenPanelChooseButton(PanelContext& c, const Element& panel);
 
 }  // namespace tavlin::openpanel

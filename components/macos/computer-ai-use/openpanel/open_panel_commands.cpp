@@ -24,7 +24,7 @@ constexpr double stepCap = 3.0;       // finding an entry, opening a folder
 constexpr double selectionCap = 2.0;  // a selection taking effect
 constexpr double settlePause = 0.18;  // after the panel moves to another folder
 constexpr double maxOpenPanelTimeout = 600;
-constexpr uint16_t keyReturn = 36, keyLeftBracket = 33;
+constexpr uint16_t keyA = 0, keyG = 5, keyDelete = 51, keyReturn = 36, keyLeftBracket = 33;
 
 bool truth(const std::optional<platform::AXAttributeValue>& v) { return v && v->number() && v->number()->truthValue(); }
 
@@ -72,53 +72,131 @@ Opened openPanelCommand(runtime::CommandContext& context, const cli::Flags& flag
   return {app, context.platform.accessibility().applicationElement(app.pid)};
 }
 
-bool isSelected(PanelContext& c, const Element& e) { return truth(c.view.info(e).selected); }
+const char* const closedEarly = "Native Open panel closed before the target was chosen";
 
-// The candidates that are selected themselves or sit inside a selected row or item.
-std::vector<NativeOpenPanelNode> selectedCandidates(PanelContext& c, const Element& panel) {
+// Whether the panel is still shown: its element still reads as a panel. Checked before
+// every key sent, so that no key reaches a process whose panel has gone (it would land
+// in the application's own window).
+void requirePanel(PanelContext& c, const Element& panel) {
+  c.view.nextPoll();
+  const std::string& role = c.view.info(panel).role;
+  if ((role != "AXSheet" && role != "AXWindow" && role != "AXApplication") ||
+      !subtreeHasNativeOpenPanelSignature(c, panel)) {
+    throw cli::ToolError(closedEarly);
+  }
+}
+
+void keyToPanel(PanelContext& c, const Element& panel, int32_t pid, uint16_t code, uint64_t flags, double afterUp) {
+  requirePanel(c, panel);
+  input::postKeyEventToPid(c.platform, pid, code, flags, true, std::nullopt);
+  c.platform.clock().sleep(0.02);
+  input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
+  c.platform.clock().sleep(afterUp);
+}
+
+// The part of the screen where the file list shows its entries: the list's frame,
+// clipped by the scroll area that holds it.
+std::optional<platform::Rect> visibleListArea(PanelContext& c, const Element& panel, const Element& entry) {
   std::optional<Element> list = nativeOpenPanelFileList(c, panel);
-  if (!list) return {};
-  std::vector<NativeOpenPanelNode> nodes = c.view.nodes(*list);
-  std::unordered_map<uint64_t, bool> inherited;
-  std::vector<NativeOpenPanelNode> out;
-  std::vector<NativeOpenPanelNode> candidates = nativeOpenPanelFileListCandidates(c, panel);
-  std::unordered_set<uint64_t> candidateHashes;
-  for (const auto& n : candidates) candidateHashes.insert(c.view.hash(n.element));
-  for (const auto& node : nodes) {
-    uint64_t key = c.view.hash(node.element);
-    bool selected = isSelected(c, node.element) || (node.parent && inherited[c.view.hash(*node.parent)]);
-    inherited[key] = selected;
-    if (selected && candidateHashes.count(key)) out.push_back(node);
+  if (!list) return std::nullopt;
+  std::optional<platform::Rect> area = c.view.info(*list).frame;
+  if (!area) return std::nullopt;
+  // In column view the entry's own column (a list in a scroll area) clips it.
+  std::optional<Element> at = c.view.info(entry).parent;
+  for (int guard = 0; at && guard < 8; ++guard, at = c.view.info(*at).parent) {
+    const NodeInfo& n = c.view.info(*at);
+    if (n.role != "AXScrollArea" || !n.frame) continue;
+    double left = std::max(area->origin.x, n.frame->origin.x), top = std::max(area->origin.y, n.frame->origin.y);
+    double right = std::min(area->origin.x + area->size.width, n.frame->origin.x + n.frame->size.width);
+    double bottom = std::min(area->origin.y + area->size.height, n.frame->origin.y + n.frame->size.height);
+    area = platform::Rect{{left, top}, {std::max(0.0, right - left), std::max(0.0, bottom - top)}};
+    break;
+  }
+  return area;
+}
+
+// The centre of the entry when it lies inside the list's visible area; a click
+// anywhere else would hit another element or nothing.
+std::optional<platform::Point> clickablePoint(PanelContext& c, const Element& panel, const Element& entry) {
+  std::optional<platform::Rect> frame = c.view.info(entry).frame;
+  std::optional<platform::Rect> area = visibleListArea(c, panel, entry);
+  if (!frame || !area || !(frame->size.width > 0) || !(frame->size.height > 0)) return std::nullopt;
+  platform::Point p{frame->origin.x + frame->size.width / 2, frame->origin.y + frame->size.height / 2};
+  bool inside = p.x >= area->origin.x && p.x < area->origin.x + area->size.width && p.y >= area->origin.y &&
+                p.y < area->origin.y + area->size.height;
+  if (!inside) return std::nullopt;
+  return p;
+}
+
+// Brings the entry into view ("AXScrollToVisible" along its chain) when it is not.
+std::optional<platform::Point> pointInView(PanelContext& c, const Element& panel, const NativeOpenPanelNode& entry) {
+  if (auto p = clickablePoint(c, panel, entry.element)) return p;
+  if (!nativeOpenPanelPerformFirstAvailableAction(c, {"AXScrollToVisible"}, nativeOpenPanelAncestorChain(c, entry))) {
+    return std::nullopt;
+  }
+  c.view.nextPoll();
+  return clickablePoint(c, panel, entry.element);
+}
+
+// Whether the panel would choose exactly the path now: every selected entry is it, or
+// (a folder) nothing is selected and the folder shown is it.
+// Whether every selected entry is the path; absent when nothing is selected.
+std::optional<bool> selectionIs(PanelContext& c, const Element& panel, const std::string& path) {
+  std::vector<NativeOpenPanelEntry> entries = nativeOpenPanelEntries(c, panel);
+  std::optional<bool> out;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (!entries[i].selected) continue;
+    if (!nativeOpenPanelEntryIs(c, entries, i, path)) return false;
+    out = true;
   }
   return out;
 }
 
-bool entryIs(PanelContext& c, const Element& e, const std::string& targetPath) {
-  std::string target = nativeOpenPanelStandardizedPath(targetPath);
-  if (nativeOpenPanelURLPath(c, e) == target) return true;
-  std::string name = common::lastPathComponent(target);
-  if (c.view.info(e).filename == name) return true;
-  std::string label = entryLabel(c, e);
-  return !label.empty() && (label == name || label == nativeOpenPanelDisplayName(c, target));
+bool nativeOpenPanelTargetChosen(PanelContext& c, const Element& panel, const std::string& path, bool isDirectory) {
+  if (std::optional<bool> selected = selectionIs(c, panel, path)) return *selected;
+  if (!isDirectory) return false;
+  std::optional<std::string> shown = nativeOpenPanelShownFolder(c, panel);
+  return shown && sameFile(*shown, path);
 }
 
-// Selects the row or item that holds the entry: a click first, then actions; true when
-// the panel reports the target selected within the cap.
+// Selects the row or item that holds the entry: a click inside the list's visible
+// area first, then actions; true when the panel reports the target selected within the
+// cap.
 bool nativeOpenPanelSelectContainingRow(PanelContext& c, const Element& panel, int32_t pid,
                                         const NativeOpenPanelNode& entry, const std::string& targetPath,
                                         double timeout) {
   auto selected = [&] { return nativeOpenPanelSelectedEntryMatches(c, panel, targetPath); };
-  c.view.nextPoll();
+  // Read on the poll that found the entry.
   if (selected()) return true;
-  try {
-    nativeOpenPanelClickElement(c, pid, entry.element);
-    waitForNativeOpenPanelCondition(c, timeout, selected);
-    return true;
-  } catch (const cli::ToolError&) {
-    // No visible frame, or the click did not select: try the accessibility actions.
+  if (std::optional<platform::Point> at = pointInView(c, panel, entry)) {
+    input::postMouseClickToPid(c.platform, pid, *at, 1);
+    try {
+      waitForNativeOpenPanelCondition(c, timeout, selected);
+      return true;
+    } catch (const cli::ToolError&) {
+      // The click did not select: try the accessibility actions.
+    }
   }
   c.view.nextPoll();
   std::vector<Element> chain = nativeOpenPanelAncestorChain(c, entry);
+  // The list's selection, given the row that holds the entry.
+  if (std::optional<Element> list = nativeOpenPanelFileList(c, panel)) {
+    uint64_t listHash = c.view.hash(*list);
+    for (size_t i = 0; i + 1 < chain.size(); ++i) {
+      if (c.view.hash(chain[i + 1]) != listHash) continue;
+      const char* attribute = c.view.info(*list).role == "AXOutline" ? "AXSelectedRows" : "AXSelectedChildren";
+      if (c.view.accessibility().setAttributeElements(*list, attribute, {chain[i]}) == platform::AXError::success) {
+        try {
+          waitForNativeOpenPanelCondition(c, timeout, selected);
+          return true;
+        } catch (const cli::ToolError&) {
+          // Accepted but ignored: the actions next.
+        }
+      }
+      break;
+    }
+  }
+  c.view.nextPoll();
   if (!nativeOpenPanelPerformFirstAvailableAction(c, {"AXPick", "AXPress"}, chain)) return false;
   try {
     waitForNativeOpenPanelCondition(c, timeout, selected);
@@ -135,7 +213,7 @@ void nativeOpenPanelNavigateBackToAnchor(PanelContext& c, const Element& panel, 
     c.view.nextPoll();
     if (nativeOpenPanelCurrentFolderMatches(c, panel, anchor)) return;
     if (step == maxSteps) break;
-    input::tapKeyToPid(c.platform, pid, keyLeftBracket, platform::eventflags::command, std::nullopt);
+    keyToPanel(c, panel, pid, keyLeftBracket, platform::eventflags::command, 0);
     try {
       waitForNativeOpenPanelCondition(c, timeout, [&] {
         return nativeOpenPanelCurrentFolderMatches(c, panel, anchor);
@@ -165,7 +243,15 @@ void nativeOpenPanelOpenEntry(PanelContext& c, const Element& panel, int32_t pid
     if (actionsOnly) {
       throw cli::ToolError(errorPrefix + nativeOpenPanelStandardizedPath(targetPath));
     }
-    nativeOpenPanelDoubleClickElement(c, pid, entry.element);
+    // A double click, each half inside the visible list (the first may move the entry).
+    std::optional<platform::Point> first = pointInView(c, panel, entry);
+    if (!first) throw cli::ToolError("Native Open panel entry is not in view: " + targetPath);
+    input::postMouseClickToPid(c.platform, pid, *first, 1);
+    c.platform.clock().sleep(0.07);
+    c.view.nextPoll();
+    std::optional<platform::Point> second = clickablePoint(c, panel, entry.element);
+    if (!second) throw cli::ToolError("Native Open panel entry is not in view: " + targetPath);
+    input::postMouseClickToPid(c.platform, pid, *second, 2);
   }
   waitForNativeOpenPanelCondition(c, timeout, [&] {
     return nativeOpenPanelCurrentFolderMatches(c, panel, targetPath) && nativeOpenPanelFingerprint(c, panel) != before;
@@ -184,34 +270,174 @@ NativeOpenPanelNode findEntry(PanelContext& c, const Element& panel, const std::
   return *entry;
 }
 
-// Descends from the anchor through `folders` (each opened), returning the folder
-// reached. A wrong turn returns to the anchor and rethrows.
+// Descends from the anchor through `folders`, each selected and then opened, returning
+// the folder reached. A package is never opened. With `recover`, a wrong turn returns
+// to the anchor before the error passes on (the bundle route leaves the panel as it
+// stands).
 std::string descend(PanelContext& c, const Element& panel, int32_t pid, const std::string& anchor,
-                    const std::vector<std::string>& folders, bool actionsOnly, double timeout,
+                    const std::vector<std::string>& folders, bool actionsOnly, bool recover, double timeout,
                     const std::string& noOpenPrefix) {
   double step = std::min(timeout, stepCap);
   std::string current = anchor;
+  for (const std::string& component : folders) {
+    if (isPackagePath(common::appendPathComponent(current, component))) {
+      throw cli::ToolError("Native Open panel will not open a package on the way: " +
+                           common::appendPathComponent(current, component));
+    }
+    current = common::appendPathComponent(current, component);
+  }
+  current = anchor;
   size_t depth = 0;
   try {
     for (const std::string& component : folders) {
       std::string child = common::appendPathComponent(current, component);
       NativeOpenPanelNode entry = findEntry(c, panel, child, component, step);
+      if (!nativeOpenPanelSelectContainingRow(c, panel, pid, entry, child, std::min(timeout, selectionCap))) {
+        throw cli::ToolError("Native Open panel could not select folder on the way: " + child);
+      }
       nativeOpenPanelOpenEntry(c, panel, pid, entry, child, actionsOnly, step, noOpenPrefix);
       current = child;
       ++depth;
     }
   } catch (const cli::ToolError&) {
+    if (!recover) throw;
     c.view.nextPoll();
     if (!nativeOpenPanelCurrentFolderMatches(c, panel, current)) {
       try {
         nativeOpenPanelNavigateBackToAnchor(c, panel, pid, anchor, depth + 1, step);
       } catch (const cli::ToolError&) {
-        // The caller's error says what went wrong first.
+        // The caller's error says what went wrong first (or that the panel went away).
       }
     }
     throw;
   }
   return current;
+}
+
+// The deepest prefix of the target that the location names and that the panel's
+// contents confirm it shows.
+std::optional<std::string> confirmedAnchor(PanelContext& c, const Element& panel, const std::string& target,
+                                           bool isDirectory, const std::optional<std::string>& location,
+                                           double timeout) {
+  std::vector<std::string> candidates = nativeOpenPanelAnchorCandidates(c, target, isDirectory, location);
+  if (candidates.empty()) return std::nullopt;
+  // The contents may be listed a moment after the location.
+  std::optional<std::string> shown = nativeOpenPanelShownFolder(c, panel);
+  if (!shown) try {
+    waitForNativeOpenPanelCondition(c, std::min(timeout, stepCap), [&] {
+      return (shown = nativeOpenPanelShownFolder(c, panel)).has_value();
+    });
+  } catch (const cli::ToolError&) {
+    return std::nullopt;
+  }
+  for (const std::string& candidate : candidates) {
+    if (sameFile(candidate, *shown)) return candidate;
+  }
+  return std::nullopt;
+}
+
+// The Go to Folder sheet's path field, when the sheet is shown.
+std::optional<Element> goToField(PanelContext& c, const Element& panel) {
+  std::optional<Element> any;
+  std::unordered_set<uint64_t> inSheet;
+  uint64_t panelHash = c.view.hash(panel);
+  for (const auto& node : c.view.nodes(panel)) {
+    const NodeInfo& n = c.view.info(node.element);
+    uint64_t key = c.view.hash(node.element);
+    bool sheet = key != panelHash && (n.role == "AXSheet" || n.role == "AXWindow");
+    if (sheet || (node.parent && inSheet.count(c.view.hash(*node.parent)))) inSheet.insert(key);
+    if (n.role != "AXTextField") continue;
+    if (n.identifier && *n.identifier == "PathTextField") return node.element;
+    if (!any && inSheet.count(key) && n.subrole != std::optional<std::string>("AXSearchField")) any = node.element;
+  }
+  return any;
+}
+
+// The go-to-folder sheet, checked at every step: the panel is there before each key,
+// the keys wait until the sheet's field has focus (keys sent earlier are lost), the
+// field must hold the path (set through accessibility when typing was dropped) before
+// Return, and the panel must then show the target.
+void goToFolder(PanelContext& c, const Element& panel, int32_t pid, const std::string& path, bool isDirectory,
+                double timeout) {
+  using namespace platform::eventflags;
+  double step = std::min(timeout, stepCap);
+  keyToPanel(c, panel, pid, keyG, command | shift, 0.18);
+  std::optional<Element> field;
+  platform::Accessibility& ax = c.view.accessibility();
+  try {
+    waitForNativeOpenPanelCondition(c, step, [&] {
+      field = goToField(c, panel);
+      if (!field) return false;
+      platform::AXCopyResult focus = ax.copyAttributeValue(*field, "AXFocused");
+      // Only a field that says it lacks focus is waited for.
+      return focus.error != platform::AXError::success || !focus.value || !focus.value->number() ||
+             focus.value->number()->truthValue();
+    });
+  } catch (const cli::ToolError&) {
+    requirePanel(c, panel);
+    throw cli::ToolError("Native Open panel Go to Folder sheet did not open within " + timeoutText(step) + "s");
+  }
+  keyToPanel(c, panel, pid, keyA, command, 0.04);
+  keyToPanel(c, panel, pid, keyDelete, 0, 0.04);
+  requirePanel(c, panel);
+  input::typeUnicodeTextToPid(c.platform, pid, path);
+  auto holdsPath = [&] {
+    c.view.nextPoll();
+    std::optional<Element> now = goToField(c, panel);
+    if (!now) return false;
+    field = now;
+    const auto& value = c.view.info(*now).valueString;
+    return value && namesEqual(*value, path);
+  };
+  if (!holdsPath()) {
+    bool settable = false;
+    if (field && ax.isAttributeSettable(*field, "AXValue", settable) == platform::AXError::success && settable) {
+      ax.setAttributeValue(*field, "AXValue", path);
+    }
+    if (!holdsPath()) {
+      requirePanel(c, panel);
+      throw cli::ToolError("Native Open panel Go to Folder field did not take the path: " + path);
+    }
+  }
+  keyToPanel(c, panel, pid, keyReturn, 0, 0.35);
+  c.platform.clock().sleep(0.25);
+  try {
+    waitForNativeOpenPanelCondition(c, step, [&] { return nativeOpenPanelTargetChosen(c, panel, path, isDirectory); });
+  } catch (const cli::ToolError&) {
+    requirePanel(c, panel);
+    throw cli::ToolError("Native Open panel Go to Folder did not reach " + path);
+  }
+}
+
+// Confirms the choice: the Open button once it is enabled (it lags behind a
+// selection), else Return; then waits for the panel to close.
+void confirmChoice(PanelContext& c, const Element& appElement, const Element& panel, int32_t pid,
+                   const std::string& path, bool isDirectory, const std::string& errorPrefix) {
+  // Before anything is pressed, the panel must still hold exactly the target (read on
+  // the poll that found it).
+  if (!nativeOpenPanelTargetChosen(c, panel, path, isDirectory)) {
+    throw cli::ToolError("Native Open panel selection is no longer " + path);
+  }
+  std::optional<Element> button = nativeOpenPanelChooseButton(c, panel);
+  if (!button || !truth(c.view.info(*button).enabled)) {
+    try {
+      waitForNativeOpenPanelCondition(c, selectionCap, [&] {
+        button = nativeOpenPanelChooseButton(c, panel);
+        return button && truth(c.view.info(*button).enabled);
+      });
+    } catch (const cli::ToolError&) {
+      button.reset();
+    }
+  }
+  if (button) {
+    platform::AXError result = c.view.accessibility().performAction(*button, "AXPress");
+    if (result != platform::AXError::success) {
+      throw cli::ToolError(errorPrefix + std::to_string(static_cast<int32_t>(result)));
+    }
+  } else {
+    keyToPanel(c, panel, pid, keyReturn, 0, 0.12);
+  }
+  waitForNativeOpenPanelToClose(c, appElement, 6.0);
 }
 
 void writeChooseResult(runtime::CommandContext& context, const platform::RunningApplication& app,
@@ -235,33 +461,29 @@ void writeChooseResult(runtime::CommandContext& context, const platform::Running
 }  // namespace
 
 bool nativeOpenPanelSelectedEntryMatches(PanelContext& c, const Element& panel, const std::string& targetPath) {
-  for (const auto& node : selectedCandidates(c, panel)) {
-    if (entryIs(c, node.element, targetPath)) return true;
-  }
-  return false;
+  return selectionIs(c, panel, targetPath).value_or(false);
 }
 
 std::vector<std::string> nativeOpenPanelSelectedRowLabels(PanelContext& c, const Element& panel) {
   std::vector<std::string> labels;
-  for (const auto& node : selectedCandidates(c, panel)) {
-    std::string label = entryLabel(c, node.element);
-    if (!label.empty() && std::find(labels.begin(), labels.end(), label) == labels.end()) labels.push_back(label);
+  for (const auto& entry : nativeOpenPanelEntries(c, panel)) {
+    if (!entry.selected || entry.label.empty()) continue;
+    if (std::find(labels.begin(), labels.end(), entry.label) == labels.end()) labels.push_back(entry.label);
   }
   return labels;
 }
 
 bool nativeOpenPanelCurrentFolderMatches(PanelContext& c, const Element& panel, const std::string& folderPath) {
-  std::optional<std::string> location = nativeOpenPanelLocationValue(c, panel);
-  if (!location || location->empty()) return false;
-  std::string folder = nativeOpenPanelStandardizedPath(folderPath);
-  return *location == common::lastPathComponent(folder) || *location == nativeOpenPanelDisplayName(c, folder);
+  std::optional<std::string> shown = nativeOpenPanelShownFolder(c, panel);
+  return shown && sameFile(*shown, folderPath);
 }
 
 std::string chooseNativeOpenPanelPathByAX(PanelContext& c, const Element& panel, int32_t pid, const std::string& path,
                                           bool isDirectory, double timeout) {
   c.view.nextPoll();
   std::optional<std::string> location = nativeOpenPanelLocationValue(c, panel);
-  std::optional<std::string> anchor = nativeOpenPanelAnchorPath(c, path, isDirectory, location);
+  // The location names a folder; only the panel's contents say which one.
+  std::optional<std::string> anchor = confirmedAnchor(c, panel, path, isDirectory, location, timeout);
   if (!anchor) {
     throw cli::ToolError("Native Open panel AX hierarchy could not anchor current folder: " +
                          (location ? *location : std::string("<unknown>")));
@@ -274,9 +496,16 @@ std::string chooseNativeOpenPanelPathByAX(PanelContext& c, const Element& panel,
     throw cli::ToolError("Native Open panel AX hierarchy could not anchor current folder: " + *location);
   }
   std::vector<std::string> components = std::move(*relative);
-  if (components.empty()) return "ax-hierarchy";  // the panel shows the target folder
+  if (components.empty()) {
+    // The panel shows the target folder: chosen as it stands, unless something in it
+    // is selected.
+    if (!nativeOpenPanelTargetChosen(c, panel, path, true)) {
+      throw cli::ToolError("Native Open panel has a selection inside " + path);
+    }
+    return "ax-hierarchy";
+  }
   std::vector<std::string> folders(components.begin(), components.end() - 1);
-  std::string parent = descend(c, panel, pid, *anchor, folders, false, timeout, "");
+  std::string parent = descend(c, panel, pid, *anchor, folders, false, true, timeout, "");
   std::string target = common::appendPathComponent(parent, components.back());
   NativeOpenPanelNode entry = findEntry(c, panel, target, components.back(), std::min(timeout, stepCap));
   if (!nativeOpenPanelSelectContainingRow(c, panel, pid, entry, target, std::min(timeout, selectionCap))) {
@@ -294,7 +523,7 @@ std::string chooseNativeOpenPanelBundleByAX(PanelContext& c, const Element& pane
   c.view.nextPoll();
   std::string parentPath = common::deletingLastPathComponent(nativeOpenPanelStandardizedPath(path));
   std::optional<std::string> location = nativeOpenPanelLocationValue(c, panel);
-  std::optional<std::string> anchor = nativeOpenPanelAnchorPath(c, parentPath, true, location);
+  std::optional<std::string> anchor = confirmedAnchor(c, panel, parentPath, true, location, timeout);
   if (!anchor) {
     throw cli::ToolError("Native Open panel AX hierarchy could not anchor bundle parent: " +
                          (location ? *location : std::string("<unknown>")));
@@ -305,7 +534,7 @@ std::string chooseNativeOpenPanelBundleByAX(PanelContext& c, const Element& pane
   }
   std::vector<std::string> folders = std::move(*relative);
   double step = std::min(timeout, stepCap);
-  descend(c, panel, pid, *anchor, folders, true, timeout,
+  descend(c, panel, pid, *anchor, folders, true, false, timeout,
           "Native Open panel entry cannot open bundle parent without AXOpen: ");
   std::string bundle = nativeOpenPanelStandardizedPath(path);
   std::string name = common::lastPathComponent(bundle);
@@ -345,28 +574,18 @@ void handleChooseOpenPanelPath(runtime::CommandContext& context, const cli::Flag
   try {
     strategy = chooseNativeOpenPanelPathByAX(c, panel, pid, path, isDirectory, timeout);
   } catch (const cli::ToolError&) {
-    // Any failure of the accessibility route is replaced by the go-to-folder sheet.
-    navigateNativeOpenPanelToPath(c, pid, path);
-    context.platform.clock().sleep(0.25);
+    // Any failure of the accessibility route is replaced by the go-to-folder sheet, as
+    // long as the panel is still there to take its keys.
+    goToFolder(c, panel, pid, path, isDirectory, timeout);
     strategy = "go-to-folder-sheet";
   }
 
+  // Both routes end with the target itself selected (or shown): a panel that has gone
+  // since took that choice.
   view.nextPoll();
   if (std::optional<Element> current = findNativeOpenPanel(c, opened.appElement)) {
-    std::optional<Element> button = findNativeOpenPanelButton(c, *current, c.titles.chooseButton);
-    if (button && truth(view.info(*button).enabled)) {
-      platform::AXError result = context.platform.accessibility().performAction(*button, "AXPress");
-      if (result != platform::AXError::success) {
-        throw cli::ToolError("Pressing Open panel choose button failed with code " +
-                             std::to_string(static_cast<int32_t>(result)));
-      }
-    } else {
-      input::postKeyEventToPid(context.platform, pid, keyReturn, 0, true, std::nullopt);
-      context.platform.clock().sleep(0.02);
-      input::postKeyEventToPid(context.platform, pid, keyReturn, 0, false, std::nullopt);
-      context.platform.clock().sleep(0.12);
-    }
-    waitForNativeOpenPanelToClose(c, opened.appElement, 6.0);
+    confirmChoice(c, opened.appElement, *current, pid, path, isDirectory,
+                  "Pressing Open panel choose button failed with code ");
   }
   writeChooseResult(context, opened.app, path, isDirectory ? "directory" : "file", strategy, false);
 }
@@ -381,7 +600,7 @@ void handleChooseOpenPanelBundle(runtime::CommandContext& context, const cli::Fl
   Element panel = waitForNativeOpenPanel(c, opened.appElement, timeout);
   std::string strategy = chooseNativeOpenPanelBundleByAX(c, panel, opened.app.pid, path, timeout);
   view.nextPoll();
-  std::optional<Element> button = findNativeOpenPanelButton(c, panel, c.titles.chooseButton);
+  std::optional<Element> button = nativeOpenPanelChooseButton(c, panel);
   if (!button || !truth(view.info(*button).enabled)) {
     throw cli::ToolError("Native Open panel Open button is not enabled for application bundle: " + path);
   }

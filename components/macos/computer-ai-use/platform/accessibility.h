@@ -125,6 +125,9 @@ class Accessibility {
   virtual AXError performAction(const Element& element, const std::string& action) = 0;
   virtual AXError setAttributeValue(const Element& element, const std::string& attribute,
                                     const std::string& text) = 0;
+  // The same with an array of elements (a list's "AXSelectedRows").
+  virtual AXError setAttributeElements(const Element& element, const std::string& attribute,
+                                       const std::vector<Element>& elements) = 0;
   // CFHash: the element's identity for de-duplication and focus.
   virtual uint64_t hash(const Element& element) = 0;
   // CFEqual: whether two handles stand for the same element, which two elements whose

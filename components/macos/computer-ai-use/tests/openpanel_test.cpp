@@ -239,6 +239,28 @@ TEST(OpenPanelAnchoring, EntryLookupAndAncestorChain) {
   EXPECT_EQ(openpanel::nativeOpenPanelAncestorChain(d.c, leaf).size(), 34u);
 }
 
+TEST(OpenPanelAnchoring, AKnownURLDecidesAndASharedLabelNamesNothing) {
+  Tree t(R"({"id": "panel", "role": "AXSheet", "children": [{"id": "list", "role": "AXOutline", "identifier": "ListView",
+      "children": [
+        {"id": "row", "role": "AXRow", "children": [
+          {"id": "name", "role": "AXTextField", "value": "Apple", "attributes": {"AXURL": {"url": "file:///d/Apple.txt"}}},
+          {"id": "icon", "role": "AXImage", "description": "document"}]},
+        {"id": "twinA", "role": "AXStaticText", "value": "Twin"},
+        {"id": "twinB", "role": "AXStaticText", "value": "Twin"},
+        {"id": "plain", "role": "AXStaticText", "value": "Cafe\u0301"}]}]})");
+  platform::Element panel = *t.byId("panel");
+  auto find = [&](const std::string& path) {
+    auto node = openpanel::nativeOpenPanelFindEntry(t.c, panel, path, common::lastPathComponent(path));
+    return node ? t.idOf(node->element) : std::string("<none>");
+  };
+  EXPECT_EQ(find("/d/Apple.txt"), "name");
+  EXPECT_EQ(find("/d/document"), "<none>");  // the icon's row names Apple.txt
+  EXPECT_EQ(find("/d/Twin"), "<none>");      // two entries show it
+  EXPECT_EQ(find("/d/Caf\u00e9"), "plain");  // canonically equal
+  // The folder shown: the one parent of the entries' URLs.
+  EXPECT_EQ(openpanel::nativeOpenPanelShownFolder(t.c, panel), std::optional<std::string>("/d"));
+}
+
 TEST(OpenPanelInput, GoToFolderSequenceAndClicks) {
   Tree t(R"({"id": "b", "role": "AXButton", "position": [10, 20], "size": [40, 10]},
             {"id": "flat", "role": "AXButton", "position": [10, 20], "size": [0, 10]})");

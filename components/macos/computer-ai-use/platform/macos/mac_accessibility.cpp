@@ -214,6 +214,20 @@ platform::AXError MacAccessibility::setAttributeValue(const Element& element, co
   return neutral(AXUIElementSetAttributeValue(ref, cfString(attribute).get(), cfString(text).get()));
 }
 
+platform::AXError MacAccessibility::setAttributeElements(const Element& element, const std::string& attribute,
+                                                         const std::vector<Element>& elements) {
+  AXUIElementRef ref = axRef(element);
+  if (!ref) return platform::AXError::invalidUIElement;
+  std::vector<const void*> values;
+  for (const Element& e : elements) {
+    if (AXUIElementRef item = axRef(e)) values.push_back(item);
+  }
+  CFHandle<CFArrayRef> array = CFHandle<CFArrayRef>::adopt(
+      CFArrayCreate(kCFAllocatorDefault, values.data(), static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
+  if (!array) return platform::AXError::failure;
+  return neutral(AXUIElementSetAttributeValue(ref, cfString(attribute).get(), array.get()));
+}
+
 uint64_t MacAccessibility::hash(const Element& element) {
   const auto* e = dynamic_cast<const MacElement*>(element.impl());
   return e ? e->hash : 0;

@@ -19,6 +19,8 @@ class MacAccessibility final : public platform::Accessibility {
   platform::AXError performAction(const platform::Element& element, const std::string& action) override;
   platform::AXError setAttributeValue(const platform::Element& element, const std::string& attribute,
                                       const std::string& text) override;
+  platform::AXError setAttributeElements(const platform::Element& element, const std::string& attribute,
+                                         const std::vector<platform::Element>& elements) override;
   uint64_t hash(const platform::Element& element) override;
   bool sameElement(const platform::Element& a, const platform::Element& b) override;
   platform::AXError setMessagingTimeout(const platform::Element& element, float seconds) override;

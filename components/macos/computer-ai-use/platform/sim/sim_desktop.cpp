@@ -187,8 +187,7 @@ void SimDesktop::advance(double seconds) {
     dirty_ = true;
     // A panel whose folder's entries were still to come shows them once their time is reached.
     for (const PanelSlot& slot : panels_) {
-      int64_t due = slot.state.shownAtMicros + std::llround(slot.config.entriesDelay * 1e6);
-      if (slot.config.entriesDelay > 0 && before < due && elapsedMicros_ >= due) {
+      if (panelChangesBetween(slot, before, elapsedMicros_)) {
         rebuildOpenPanels();
         break;
       }

@@ -70,6 +70,7 @@ struct SimElement {
   int panel = -1;
   std::string panelRole;
   std::string panelPath;
+  bool invalid = false;  // listed, but every call on it fails (an icon scrolled out of view)
 };
 
 // How an application answers a request to activate it.
@@ -170,6 +171,8 @@ class SimDesktop {
   void openPanelAction(size_t index, const std::string& action);
   // A pid-targeted event reaching an application with a panel.
   void openPanelInput(int32_t pid, const platform::Event& event);
+  // A panel's list given its selected rows or items; false for any other element.
+  bool openPanelSetSelection(size_t index, const std::string& attribute, const std::vector<size_t>& items);
   // The name the panel (and the file manager) shows for a path: "displayNames" of the
   // file, else the name with an ".app" extension hidden.
   std::string displayName(const std::string& path) const;
@@ -241,6 +244,16 @@ class SimDesktop {
   // Opening a folder entry: shows it, or another folder while wrong turns are due.
   void panelOpenFolder(size_t panel, const std::string& folder);
   bool panelChooseEnabled(const PanelSlot& slot) const;
+  // Whether the panel is on screen at the desktop's time (appearsAfter, closesAfter).
+  bool panelShown(const PanelSlot& slot) const;
+  // Whether something the panel shows changes between the two times.
+  bool panelChangesBetween(const PanelSlot& slot, int64_t before, int64_t after) const;
+  // A key that no panel takes: the host text area's, when there is one.
+  void hostTextInput(size_t panel, const platform::Event& event);
+  // The real path of a folder the panel shows, its letter case as on disk.
+  std::string panelRealPath(const PanelSlot& slot, const std::string& path) const;
+  // Scrolls the file list just enough to show the entry.
+  void panelScrollTo(PanelSlot& slot, const std::string& path) const;
   std::vector<PanelSlot> panels_;
   size_t staticElements_ = 0;
   std::map<std::string, std::string> displayNames_;

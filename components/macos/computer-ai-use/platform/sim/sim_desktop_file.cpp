@@ -678,7 +678,8 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   p.object(json, where);
   p.allowKeys(json, where, {"folder", "presentation", "host", "language", "view", "chooses", "prompt", "frame",
                             "rowsRefuseSelection", "withoutAXOpen", "neverCloses", "buttonStateLags",
-                            "entriesDelay", "wrongTurns", "state"});
+                            "entriesDelay", "wrongTurns", "hostTextArea", "outOfProcess", "goToDelay",
+                            "openButtonLag", "appearsAfter", "closesAfter", "title", "caseInsensitive", "decomposedNames", "state"});
   if (appIndex == SIZE_MAX) p.fail(where, "the application needs a \"ui\" tree to show a panel in");
   PanelSlot slot;
   slot.jsonPointer = pointer;
@@ -697,7 +698,7 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   };
   choice("presentation", c.presentation, {"sheet", "window"});
   choice("language", c.language, {"en", "zh"});
-  choice("view", c.view, {"list", "icon"});
+  choice("view", c.view, {"list", "icon", "column"});
   choice("chooses", c.chooses, {"files", "folders", "filesAndFolders"});
   if (auto it = json.find("prompt"); it != json.end()) c.prompt = p.string(*it, where + ".prompt");
   if (auto it = json.find("frame"); it != json.end()) {
@@ -713,6 +714,19 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
   flag("buttonStateLags", c.buttonStateLags);
   if (auto it = json.find("entriesDelay"); it != json.end()) c.entriesDelay = boundedSeconds(p, *it, where + ".entriesDelay");
   if (auto it = json.find("wrongTurns"); it != json.end()) c.wrongTurns = p.integer(*it, where + ".wrongTurns", 0, 1000);
+  flag("outOfProcess", c.outOfProcess);
+  flag("caseInsensitive", c.caseInsensitive);
+  flag("decomposedNames", c.decomposedNames);
+  if (auto it = json.find("hostTextArea"); it != json.end()) c.hostTextArea = p.string(*it, where + ".hostTextArea");
+  if (auto it = json.find("title"); it != json.end()) c.title = p.string(*it, where + ".title");
+  if (auto it = json.find("goToDelay"); it != json.end()) c.goToDelay = boundedSeconds(p, *it, where + ".goToDelay");
+  if (auto it = json.find("openButtonLag"); it != json.end()) {
+    c.openButtonLag = boundedSeconds(p, *it, where + ".openButtonLag");
+  }
+  if (auto it = json.find("appearsAfter"); it != json.end()) {
+    c.appearsAfter = boundedSeconds(p, *it, where + ".appearsAfter");
+  }
+  if (auto it = json.find("closesAfter"); it != json.end()) c.closesAfter = boundedSeconds(p, *it, where + ".closesAfter");
   auto folder = json.find("folder");
   if (folder == json.end()) p.fail(where, "missing \"folder\" (the folder the panel shows)");
   slot.state.folder = p.string(*folder, where + ".folder");
@@ -726,12 +740,14 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
     slot.hostIndex = id->second;
   } else {
     slot.hostIndex = appIndex;
+    if (c.hostTextArea) p.fail(where + ".hostTextArea", "a host text area needs a sheet on a window");
   }
   if (auto it = json.find("state"); it != json.end()) {
     // Written by the tool: where the panel is now.
     p.object(*it, where + ".state");
     p.allowKeys(*it, where + ".state",
-                {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt", "wrongTurnsTaken"});
+                {"folder", "selection", "goTo", "history", "open", "chosen", "shownAt", "wrongTurnsTaken", "goToAt",
+                 "enabledAt", "scroll", "hostText", "hostTextSelected"});
     SimOpenPanelState& s = slot.state;
     if (auto v = it->find("folder"); v != it->end()) s.folder = p.string(*v, where + ".state.folder");
     if (auto v = it->find("selection"); v != it->end() && !v->is_null()) s.selection = p.string(*v, where + ".state.selection");
@@ -741,6 +757,17 @@ void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& whe
     if (auto v = it->find("chosen"); v != it->end() && !v->is_null()) s.chosen = p.string(*v, where + ".state.chosen");
     if (auto v = it->find("wrongTurnsTaken"); v != it->end()) {
       s.wrongTurnsTaken = p.integer(*v, where + ".state.wrongTurnsTaken", 0, 1000);
+    }
+    if (auto v = it->find("goToAt"); v != it->end()) {
+      s.goToAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.goToAt") * 1e6);
+    }
+    if (auto v = it->find("enabledAt"); v != it->end()) {
+      s.enabledAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.enabledAt") * 1e6);
+    }
+    if (auto v = it->find("scroll"); v != it->end()) s.scroll = boundedSeconds(p, *v, where + ".state.scroll");
+    if (auto v = it->find("hostText"); v != it->end()) s.hostText = p.string(*v, where + ".state.hostText");
+    if (auto v = it->find("hostTextSelected"); v != it->end()) {
+      s.hostTextSelected = p.boolean(*v, where + ".state.hostTextSelected");
     }
     if (auto v = it->find("shownAt"); v != it->end()) {
       s.shownAtMicros = std::llround(boundedSeconds(p, *v, where + ".state.shownAt") * 1e6);

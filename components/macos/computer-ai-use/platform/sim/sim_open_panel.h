@@ -5,7 +5,10 @@
 // items; sidebar, "where" pop-up, search field, Open/Choose and Cancel buttons) and
 // reacts to pid-targeted clicks, "AXOpen", "AXPress", the go-to-folder keys and
 // Return. Its state (folder, selection, go-to text, history, the chosen path) lives in
-// the desktop file, so a sequence of commands sees one panel.
+// the desktop file, so a sequence of commands sees one panel. Options make it as hard
+// as the real one: a visible area that clips clicks, column view, a late panel, sheet
+// and button, a panel in another process, names by case or decomposed, links resolved,
+// and a host text area that shows any key that leaked out of the panel.
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,6 +37,16 @@ struct SimOpenPanelConfig {
   bool buttonStateLags = false;      // the choose button reads disabled; Return still confirms
   double entriesDelay = 0;           // a folder's entries appear this long after it is shown
   int64_t wrongTurns = 0;            // the first openings of a folder show another one instead
+  // Harder, like the real panel.
+  std::optional<std::string> hostTextArea;  // the host window's text, which takes stray keys
+  bool outOfProcess = false;         // drawn by another process: input posted to the pid misses it
+  double goToDelay = 0;              // Go to Folder appears this long after Cmd+Shift+G
+  double openButtonLag = 0;          // the choose button re-enables this long after Go to Folder
+  double appearsAfter = 0;           // the panel is shown from this time of the desktop's clock
+  std::optional<double> closesAfter; // ... and dismissed (by its user) at this time
+  std::string title;                 // the panel's own title, an application's prompt
+  bool caseInsensitive = false;      // names that differ only by case are one name
+  bool decomposedNames = false;      // names shown decomposed (NFD), as an HFS+ disk keeps them
 };
 
 struct SimOpenPanelState {
@@ -45,6 +58,11 @@ struct SimOpenPanelState {
   std::optional<std::string> chosen;
   int64_t shownAtMicros = 0;  // when the folder was shown (for entriesDelay)
   int64_t wrongTurnsTaken = 0;
+  int64_t goToAtMicros = 0;     // when the Go to Folder sheet is (or was) shown
+  int64_t enabledAtMicros = 0;  // the choose button is disabled until then
+  double scroll = 0;            // how far the file list is scrolled, in points
+  std::optional<std::string> hostText;  // the host text area's text (hostTextArea)
+  bool hostTextSelected = false;
 };
 
 // One entry of the shown folder.

@@ -195,6 +195,25 @@ class SimAccessibilityPort final : public Accessibility {
     return AXError::success;
   }
 
+  AXError setAttributeElements(const Element& element, const std::string& attribute,
+                               const std::vector<Element>& elements) override {
+    SimDesktop& d = p_.desktop();
+    if (AXError error = answers(d, element); error != AXError::success) return error;
+    const SimElement* e = resolve(d, element);
+    if (!e) return AXError::invalidUIElement;
+    std::vector<size_t> indices;
+    for (const Element& item : elements) {
+      const SimElement* resolved = resolve(d, item);
+      if (!resolved) return AXError::illegalArgument;
+      indices.push_back(simElement(item)->index);
+    }
+    d.log(target(*e), "set-elements", {{"element", label(*e)}, {"attribute", attribute},
+                                       {"count", std::to_string(indices.size())}});
+    // Only a simulated panel's file list takes its selection this way.
+    return d.openPanelSetSelection(simElement(element)->index, attribute, indices) ? AXError::success
+                                                                                  : AXError::attributeUnsupported;
+  }
+
   uint64_t hash(const Element& element) override {
     const SimElementImpl* e = simElement(element);
     return e ? e->hash : 0;
@@ -252,10 +271,12 @@ class SimAccessibilityPort final : public Accessibility {
   static const SimElement* resolve(const SimDesktop& d, const Element& element) {
     const SimElementImpl* e = simElement(element);
     if (!e) return nullptr;
-    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) return &d.element(e->index);
+    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) {
+      return d.element(e->index).invalid ? nullptr : &d.element(e->index);
+    }
     if (auto index = d.indexOfHash(e->hash)) {
       e->index = *index;
-      return &d.element(*index);
+      return d.element(*index).invalid ? nullptr : &d.element(*index);
     }
     return nullptr;
   }
