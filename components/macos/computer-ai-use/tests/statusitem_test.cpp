@@ -30,6 +30,8 @@ using tavlin::testing::toolErrorOf;
 using tavlin::testing::ToolRun;
 using tavlin::testing::writeText;
 
+extern char** environ;
+
 namespace {
 
 void writeScript(const std::string& path, const std::string& body) {
@@ -50,6 +52,17 @@ pid_t spawnTool(const std::vector<std::string>& arguments, const std::string& ho
   envp.push_back(nullptr);
   pid_t pid = 0;
   if (posix_spawn(&pid, TAVLIN_BINARY, nullptr, nullptr, argv.data(), envp.data()) != 0) return -1;
+  return pid;
+}
+
+// "/bin/sh -c LINE" in the background.
+pid_t spawnCommand(const std::string& line) {
+  std::vector<std::string> args = {"/bin/sh", "-c", line};
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv.data(), environ) != 0) return -1;
   return pid;
 }
 
@@ -298,6 +311,24 @@ TEST(StatusItem, UpdaterScriptFaultsEndInOneJSONError) {
     for (const auto& [feed, error] : feeds) {
       expectError(u.run({"check"}, {{"TAVLIN_UPDATE_FEED", feed}}, 10), error, feed);
     }
+    // A feed reader that dies without a word, and a signal mid-way: still one JSON line.
+    writeText(u.feed, "{\"version\": \"1.0\"}");
+    std::string reader = u.home.file("silent-reader");
+    writeScript(reader, "exit 3\n");
+    expectError(u.run({"check"}, {{"TAVLIN_EXECUTABLE", reader}}), "the feed reader " + reader + " failed", "silent");
+    writeScript(reader, "sleep 1\n");
+    std::string out = u.home.file("signalled.out");
+    std::string line = "HOME='" + u.home.path() + "' TAVLIN_UPDATE_FEED='" + u.feed + "' TAVLIN_EXECUTABLE='" + reader +
+                       "' exec " + shell + " " + TAVLIN_SOURCE_ROOT + "/bin/tavlin-updater check >'" + out + "'";
+    pid_t updater = spawnCommand(line);
+    ASSERT_GT(updater, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    ::kill(updater, SIGTERM);
+    int status = 0;
+    ASSERT_EQ(::waitpid(updater, &status, 0), updater);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << shell;
+    EXPECT_EQ(lastObject(readText(out)).value("error", "<no error>"), "the updater was interrupted") << shell;
+
     // A feed name that would forge a progress line stays one line.
     auto forged = u.run({"check"}, {{"TAVLIN_UPDATE_FEED", u.home.file("a\n{\"ok\":true}\tb")}});
     EXPECT_EQ(forged.standardOutput.find("checking " + u.home.file("a\\n{\"ok\":true}\\tb") + "\n{\"ok\":false,"), 0u)
