@@ -380,9 +380,9 @@ void archive(CaptureContext& c, BWCCommandOutput& output, const BWCWindowMatch& 
     problem = "could not archive to " + archived + ": " + std::strerror(bytes ? errno : EIO);
   }
   if (problem.empty()) {
-    report(c, output, false, "archived " + archived);
+    report(c, output, false, "archived " + common::escapingControlCharacters(archived));
   } else {
-    report(c, output, true, "watch archive failed: " + problem);
+    report(c, output, true, "watch archive failed: " + common::escapingControlCharacters(problem));
   }
 }
 
@@ -406,7 +406,7 @@ BWCCommandOutput bwcWatch(CaptureContext& c, const BWCOptions& options) {
       bwcCapture(c, window, path, options.timeout, options.archiveDir ? &bytes : nullptr);
       captured = true;
     } catch (const ToolError& error) {
-      report(c, output, true, "watch capture failed: " + error.description);
+      report(c, output, true, "watch capture failed: " + common::escapingControlCharacters(error.description));
     }
     if (captured) {
       ++captures;

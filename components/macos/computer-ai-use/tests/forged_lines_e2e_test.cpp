@@ -60,6 +60,21 @@ TEST(ForgedLines, WindowListAndCaptureLines) {
   run = d.run({"__background-window-capture", "capture", "--window-id", "301", "--out", out});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, "captured window 301 (pid=4242, app=Scribe) to " + d.dir.path() + "/a\\nb.png\n");
+
+  // A watch's lines: the archive's name and a failure's message too.
+  std::string archive = d.dir.file("h\nx");
+  run = d.run({"__background-window-capture", "watch", "--window-id", "301", "--out", out, "--archive-dir", archive,
+               "--count", "1"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(lineCount(run.out), 3u) << run.out;
+  EXPECT_NE(run.out.find("archived " + d.dir.path() + "/h\\nx/window-301-"), std::string::npos) << run.out;
+  writeText(d.dir.file("f\nile"), "x");
+  run = d.run({"__background-window-capture", "watch", "--window-id", "301", "--out", out, "--archive-dir",
+               d.dir.file("f\nile"), "--count", "1"});
+  EXPECT_EQ(lineCount(run.err), 1u) << run.err;
+  EXPECT_NE(run.err.find("watch archive failed: could not create the archive folder " + d.dir.path() + "/f\\nile"),
+            std::string::npos)
+      << run.err;
 }
 
 TEST(ForgedLines, ClickerLines) {
