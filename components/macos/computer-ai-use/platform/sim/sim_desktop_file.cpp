@@ -29,7 +29,7 @@ using platform::elementAttributeShortcuts;
 namespace {
 
 constexpr const char* defaultClockStart = defaultDesktopClockStart;
-constexpr double maxElapsedSeconds = 1e9;
+constexpr double maxElapsedSeconds = static_cast<double>(SimDesktop::maxElapsedMicros) / 1e6;
 
 class Parser;
 double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where);

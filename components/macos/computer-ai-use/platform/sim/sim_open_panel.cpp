@@ -266,7 +266,7 @@ void SimDesktop::savePanel(size_t panel) {
                         {"chosen", s.chosen ? ordered_json(*s.chosen) : ordered_json(nullptr)},
                         {"shownAt", static_cast<double>(s.shownAtMicros) / 1e6}};
   if (s.wrongTurnsTaken > 0) state["wrongTurnsTaken"] = s.wrongTurnsTaken;
-  document_[ordered_json::json_pointer(panels_[panel].jsonPointer)]["state"] = std::move(state);
+  documentNode(panels_[panel].jsonPointer)["state"] = std::move(state);
   dirty_ = true;
   rebuildOpenPanels();
 }

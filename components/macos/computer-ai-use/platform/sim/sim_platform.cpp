@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <thread>
 
 #include "common/files.h"
 #include "common/unicode.h"
@@ -571,15 +573,32 @@ class SimClockPort final : public Clock {
   TimePoint now() override { return p_.desktop().now(); }
   void sleep(double seconds) override { p_.desktop().advance(seconds); }
   void runLoop(double seconds) override { p_.desktop().advance(seconds); }
+  // Virtual time jumps from one due event to the next, so a long wait costs no more than a
+  // short one. What nothing in virtual time can end (a signal, another thread) gets a
+  // moment of real time before the deadline comes.
   bool waitUntil(const std::function<bool()>& ready, double seconds) override {
-    int64_t deadline = p_.desktop().elapsedMicroseconds() + std::llround(std::max(0.0, seconds) * 1e6);
+    int64_t deadline = p_.desktop().deadlineAfter(seconds);
     for (;;) {
       if (ready()) return true;
-      int64_t left = deadline - p_.desktop().elapsedMicroseconds();
-      if (left <= 0) return false;
-      p_.desktop().advance(std::min<double>(0.01, static_cast<double>(left) / 1e6));
+      SimDesktop& d = p_.desktop();
+      if (d.elapsedMicroseconds() >= deadline) return false;
+      std::optional<int64_t> next = d.nextEventMicros();
+      if (next && *next < deadline) {
+        d.advanceTo(*next);
+        continue;
+      }
+      auto realEnd = std::chrono::steady_clock::now() +
+                     std::chrono::microseconds(std::min<int64_t>(deadline - d.elapsedMicroseconds(), outsidePauseMicros));
+      while (std::chrono::steady_clock::now() < realEnd) {
+        if (ready()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      if (ready()) return true;
+      p_.desktop().advanceTo(deadline);
     }
   }
+  // Bounds an endless watch to a few captures per real second.
+  static constexpr int64_t outsidePauseMicros = 200'000;
 
  private:
   SimPlatform& p_;
