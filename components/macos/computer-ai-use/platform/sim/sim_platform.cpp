@@ -559,8 +559,18 @@ class SimProcessesPort final : public Processes {
     // The child may use the same desktop: it gets the file, written back, and the lock;
     // this process reads the desktop again when it next needs it.
     p_.checkpoint();
-    return real_.run(request);
+    if (!request.whileWaiting) return real_.run(request);
+    // The caller's run loop is the virtual clock, which the child may hold with the
+    // desktop: the turns are counted while it runs, and the clock catches up after.
+    ProcessRequest counted = request;
+    int64_t turns = 0;
+    counted.whileWaiting = [&turns] { ++turns; };
+    ProcessResult result = real_.run(counted);
+    if (p_.hasDesktop()) p_.desktop().advance(static_cast<double>(turns) * runLoopTurnSeconds);
+    return result;
   }
+  // How long the run loop turns between two looks at a child (the updater's step).
+  static constexpr double runLoopTurnSeconds = 0.05;
 
  private:
   SimPlatform& p_;

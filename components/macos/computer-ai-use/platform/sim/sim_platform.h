@@ -41,6 +41,8 @@ class SimPlatform final : public platform::Platform {
   // The control face. Throws DesktopError when no desktop is set or it is invalid.
   SimDesktop& desktop();
   const SimSettings& settings() const { return settings_; }
+  // Whether a desktop is loaded or named (desktop() then does not fail for want of one).
+  bool hasDesktop() const { return desktop_ || (settings_.desktopPath && !settings_.desktopPath->empty()); }
 
  private:
   struct Ports;
