@@ -35,6 +35,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 - (nullable instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)len encoding:(NSStringEncoding)encoding;
 @property(nullable, readonly) const char* UTF8String;
 @property(readonly) NSUInteger length;
+- (BOOL)isEqualToString:(NSString*)aString;
 @end
 
 
@@ -52,6 +53,7 @@ typedef struct {
 @end
 
 @interface NSError : NSObject
+@property(readonly, copy) NSString* domain;
 @property(readonly, copy) NSString* localizedDescription;
 @property(readonly) NSInteger code;
 @end

@@ -476,7 +476,7 @@ class SimScreenCapturePort final : public ScreenCapture {
     }
     answer(d.capture().shareableContent, "sck-shareable-content",
            [done, windows]() mutable { done({}, std::move(windows)); },
-           [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, {}); });
+           [done](CaptureStatus failed) { done(std::move(failed), {}); });
   }
 
   void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) override {
@@ -490,10 +490,11 @@ class SimScreenCapturePort final : public ScreenCapture {
     if (std::find(gone.begin(), gone.end(), request.windowID) == gone.end()) {
       canvas = drawWindow(d, request.windowID, request.pixelWidth, request.pixelHeight);
     }
-    auto fail = [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, nullptr); };
+    auto fail = [done](CaptureStatus failed) { done(std::move(failed), nullptr); };
     if (!canvas) {
       if (d.capture().windowCapture.kind == SimAnswer::Kind::never) return;
-      fail("The operation couldn\u2019t be completed. (com.apple.ScreenCaptureKit.SCStreamErrorDomain error -3815.)");
+      fail({CaptureStatus::Kind::failed,
+            "The operation couldn\u2019t be completed. (com.apple.ScreenCaptureKit.SCStreamErrorDomain error -3815.)"});
       return;
     }
     auto image = std::make_shared<const SimImage>(std::move(*canvas));
@@ -509,6 +510,13 @@ class SimScreenCapturePort final : public ScreenCapture {
       return {CaptureStatus::Kind::failed, "failed to write png to " + path};
     }
     return {};
+  }
+
+  // "refused" stands for a user who has not granted Screen Recording.
+  bool screenRecordingAllowed() override {
+    const SimDesktop& d = p_.desktop();
+    return d.capture().shareableContent.kind != SimAnswer::Kind::refused &&
+           d.capture().windowCapture.kind != SimAnswer::Kind::refused;
   }
 
   std::optional<PixelSize> imagePixelSize(const std::string& path) override {
@@ -528,7 +536,7 @@ class SimScreenCapturePort final : public ScreenCapture {
       case SimAnswer::Kind::never:
         break;
       case SimAnswer::Kind::refused:
-        fail("The user declined TCCs for application, window, display capture");
+        fail({CaptureStatus::Kind::permissionDenied, "The user declined TCCs for application, window, display capture"});
         break;
       case SimAnswer::Kind::late:
         d.schedule(how.delaySeconds, [this, kind, succeed]() mutable {
