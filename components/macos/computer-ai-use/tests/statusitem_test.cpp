@@ -185,6 +185,17 @@ TEST(StatusItem, UpdaterRunnerKeepsTheRunLoopTurning) {
   for (size_t i = 1; i < turns.size(); ++i) EXPECT_LT(turns[i] - turns[i - 1], std::chrono::milliseconds(100));
 }
 
+TEST(StatusItem, BundleNamesTheDeploymentTargetAsItsMinimumSystem) {
+  // The app refuses to launch below LSMinimumSystemVersion; it must not promise less than
+  // the deployment target it is built for.
+  std::string plist = readText(std::string(TAVLIN_SOURCE_ROOT) + "/components/macos/computer-ai-use/Info.plist.in");
+  size_t key = plist.find("<key>LSMinimumSystemVersion</key>");
+  ASSERT_NE(key, std::string::npos);
+  size_t start = plist.find("<string>", key) + 8;
+  std::string value = plist.substr(start, plist.find("</string>", start) - start);
+  EXPECT_EQ(value, "${CMAKE_OSX_DEPLOYMENT_TARGET}");
+}
+
 TEST(StatusItem, UpdaterScript) {
   TempDir home;
   std::string feed = home.file("feed.json");
