@@ -298,6 +298,18 @@ TEST(SimDesktopState, ALinkedDesktopFileStaysALink) {
   EXPECT_EQ(SimDesktop::load(real, "").elapsedMicroseconds(), 2'000'000);
 }
 
+TEST(SimDesktopState, AnApplicationLaunchedLateIsSeenOnceTheRunLoopTurns) {
+  SimPlatform p = platformFor(R"({"tavlinDesktop": 1, "frontmostPid": 8, "apps": [
+    {"pid": 7, "name": "Early"}, {"pid": 8, "name": "Late", "listedAfterRunLoopTurns": true}]})");
+  EXPECT_FALSE(p.runLoopTurned());
+  // The workspace turns the run loop before it reads, as the macOS adapter does.
+  ASSERT_TRUE(p.workspace().frontmostApplication());
+  EXPECT_EQ(p.workspace().frontmostApplication()->localizedName, "Late");
+  std::vector<std::string> names;
+  for (const auto& app : p.workspace().runningApplications()) names.push_back(app.localizedName.value_or(""));
+  EXPECT_EQ(names, (std::vector<std::string>{"Early", "Late"}));
+}
+
 TEST(SimDesktopState, EventLineFormat) {
   using sim::formatEventLine;
   EXPECT_EQ(formatEventLine(0, "hid", "key-down", {{"keyCode", "21"}, {"flags", "0x120000"}}),

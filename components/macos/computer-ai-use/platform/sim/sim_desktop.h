@@ -86,6 +86,9 @@ struct SimApp {
   bool responds = true;            // false: every accessibility call times out
   std::optional<uint64_t> quitsAfterCalls;  // the application quits after this many calls
   bool takesFocusOnClick = false;  // a click posted to it makes it frontmost
+  // Launched after this process started: the workspace lists it once the main run loop
+  // has turned in this process, as NSWorkspace does.
+  bool listedAfterRunLoopTurns = false;
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;
 };

@@ -364,16 +364,22 @@ class SimWorkspacePort final : public Workspace {
  public:
   explicit SimWorkspacePort(SimPlatform& p) : p_(p) {}
 
+  // As the macOS adapter does: the run loop turns once before the workspace is read, so
+  // that applications launched since this process started are there.
   std::vector<RunningApplication> runningApplications() override {
+    p_.noteRunLoopTurned();
     std::vector<RunningApplication> out;
-    for (const SimApp& a : p_.desktop().apps()) out.push_back(a.info);
+    for (const SimApp& a : p_.desktop().apps()) {
+      if (listed(a)) out.push_back(a.info);
+    }
     return out;
   }
   std::optional<RunningApplication> frontmostApplication() override {
+    p_.noteRunLoopTurned();
     SimDesktop& d = p_.desktop();
     if (!d.frontmostPid()) return std::nullopt;
     const SimApp* a = d.app(*d.frontmostPid());
-    if (!a) return std::nullopt;
+    if (!a || !listed(*a)) return std::nullopt;
     return a->info;
   }
   bool unhide(int32_t pid) override {
@@ -390,6 +396,7 @@ class SimWorkspacePort final : public Workspace {
     return d.requestActivation(pid);
   }
   std::string displayName(const std::string& path) override { return p_.desktop().displayName(path); }
+  bool listed(const SimApp& a) const { return !a.listedAfterRunLoopTurns || p_.runLoopTurned(); }
   std::optional<ScreenInfo> mainScreen() override {
     const SimScreen& s = p_.desktop().screen();
     return ScreenInfo{{s.width, s.height}, s.backingScale};
@@ -589,12 +596,19 @@ class SimClockPort final : public Clock {
  public:
   explicit SimClockPort(SimPlatform& p) : p_(p) {}
   TimePoint now() override { return p_.desktop().now(); }
-  void sleep(double seconds) override { p_.desktop().advance(seconds); }
-  void runLoop(double seconds) override { p_.desktop().advance(seconds); }
+  void sleep(double seconds) override {
+    p_.noteRunLoopTurned();
+    p_.desktop().advance(seconds);
+  }
+  void runLoop(double seconds) override {
+    p_.noteRunLoopTurned();
+    p_.desktop().advance(seconds);
+  }
   // Virtual time jumps from one due event to the next, so a long wait costs no more than a
   // short one. What nothing in virtual time can end (a signal, another thread) gets a
   // moment of real time before the deadline comes.
   bool waitUntil(const std::function<bool()>& ready, double seconds) override {
+    p_.noteRunLoopTurned();
     int64_t deadline = p_.desktop().deadlineAfter(seconds);
     for (;;) {
       if (ready()) return true;
