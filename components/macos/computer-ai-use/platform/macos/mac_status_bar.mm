@@ -41,19 +41,11 @@ void guarded(const char* what, const std::function<void()>& run) {
   }
 }
 
-sigset_t stopSignals() {
-  sigset_t stop;
-  sigemptyset(&stop);
-  sigaddset(&stop, SIGINT);
-  sigaddset(&stop, SIGTERM);
-  return stop;
-}
-
 // SIGINT and SIGTERM, held since prepare(), end the run on the main thread. -stop: takes
 // effect once the next event is handled, so one is posted.
 void stopOnSignals() {
   std::thread([] {
-    sigset_t stop = stopSignals();
+    sigset_t stop = tavlin::platform::statusBarStopSignals();
     int received = 0;
     while (sigwait(&stop, &received) != 0) {
     }
@@ -118,7 +110,7 @@ namespace tavlin::macos {
 void MacStatusBar::prepare() {
   // Blocked from the start, so that a stop request that comes early ends the run instead
   // of the process.
-  sigset_t stop = stopSignals();
+  sigset_t stop = tavlin::platform::statusBarStopSignals();
   pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 }
 
