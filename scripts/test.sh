@@ -28,6 +28,12 @@ else
   echo "macOS type check needs clang++ (scripts/install-deps.sh installs it)" >&2
   exit 1
 fi
+# The same component against a real macOS SDK (Apple's own headers), when one is named.
+if [ -n "${TAVLIN_MACOS_SDK:-}" ]; then
+  bash "$root/tools/macos-sdk/check-real-sdk.sh" "$TAVLIN_MACOS_SDK"
+else
+  echo "real SDK check: SKIPPED (set TAVLIN_MACOS_SDK to an SDK folder to run tools/macos-sdk/check-real-sdk.sh)"
+fi
 ctest --test-dir "$build" --output-on-failure --no-tests=error -j "$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)"
 # A short run of every fuzz target: one that no longer builds or crashes at once fails here.
 # (Apple's clang ships no libFuzzer; the Linux runs cover the targets.)

@@ -12,7 +12,7 @@ if [ -z "${TAVLIN_MACOS_DEPLOYMENT:-}" ]; then
   IFS=. read -r major minor patch <<<"$target"
   TAVLIN_MACOS_DEPLOYMENT=$(printf '%d%02d%02d' "$major" "${minor:-0}" "${patch:-0}")
 fi
-common=(-fsyntax-only -std=c++20 -Wall -Wextra -Werror -Wno-nullability-completeness
+common=(-fsyntax-only -std=c++20 -Wall -Wextra -Werror
         -DTAVLIN_MACOS_DEPLOYMENT="$TAVLIN_MACOS_DEPLOYMENT" -isystem "$root/tools/macos-sdk/include" -I "$src")
 objcxx=(-x objective-c++ -fblocks -fobjc-arc -fobjc-runtime=macosx-13.0)
 

@@ -268,6 +268,11 @@ BWCWindowMatch resolveTarget(CaptureContext& c, const BWCOptions& options) {
 void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, const std::string& path) {
   std::optional<IntegralRect> r = integral(window.frame);
   if (!r) throw ToolError("window " + std::to_string(window.windowID) + " has invalid frame " + frameText(window.frame));
+  // Without the permission the tool "succeeds" with the wallpaper and the menu bar only.
+  if (!c.platform.screenCapture().screenRecordingAllowed()) {
+    throw ToolError("Screen Recording permission is not granted to Tavlin (System Settings > Privacy & Security > "
+                    "Screen Recording)");
+  }
   platform::ProcessRequest request;
   request.executable = "/usr/sbin/screencapture";
   request.arguments = {"-x",

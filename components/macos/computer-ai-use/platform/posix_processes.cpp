@@ -88,8 +88,21 @@ ProcessResult PosixProcesses::run(const ProcessRequest& request) {
   for (auto& s : envStrings) envp.push_back(s.data());
   envp.push_back(nullptr);
 
+  // The child starts clean whatever this process blocks or ignores (the status item
+  // blocks SIGINT and SIGTERM to take them in order; a shell's TERM trap must still run).
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t none, defaults;
+  sigemptyset(&none);
+  sigemptyset(&defaults);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGCHLD}) sigaddset(&defaults, signal);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t child = -1;
-  int spawnError = ::posix_spawn(&child, request.executable.c_str(), &actions, nullptr, argv.data(), envp.data());
+  int spawnError =
+      ::posix_spawn(&child, request.executable.c_str(), &actions, &attributes, argv.data(), envp.data());
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (spawnError != 0) {
     result.launchError = std::strerror(spawnError);
@@ -100,32 +113,23 @@ ProcessResult PosixProcesses::run(const ProcessRequest& request) {
   out.closeWrite();
   err.closeWrite();
 
-  // Feed stdin and drain both outputs together so that neither side can block on a
-  // full pipe.
+  // Feed stdin and drain both outputs while the child runs, so that neither side can
+  // block on a full pipe.
   std::string_view pendingInput = request.standardInput ? std::string_view(*request.standardInput) : "";
   if (request.standardInput && pendingInput.empty()) in.closeWrite();
-  if (in.write >= 0) ::fcntl(in.write, F_SETFL, O_NONBLOCK);
-  using Clock = std::chrono::steady_clock;
-  auto deadline = request.timeoutSeconds
-                      ? Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                           std::chrono::duration<double>(*request.timeoutSeconds))
-                      : Clock::time_point::max();
-  while (in.write >= 0 || out.read >= 0 || err.read >= 0) {
+  for (int fd : {in.write, out.read, err.read}) {
+    if (fd >= 0) ::fcntl(fd, F_SETFL, O_NONBLOCK);
+  }
+  auto transfer = [&](int waitMilliseconds) {
     std::vector<pollfd> fds;
     if (in.write >= 0) fds.push_back({in.write, POLLOUT, 0});
     if (out.read >= 0) fds.push_back({out.read, POLLIN, 0});
     if (err.read >= 0) fds.push_back({err.read, POLLIN, 0});
-    int wait = -1;
-    if (deadline != Clock::time_point::max()) {
-      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (left <= 0) {
-        result.timedOut = true;
-        break;
-      }
-      wait = static_cast<int>(std::min<long long>(left, 1000));
+    if (fds.empty()) {
+      if (waitMilliseconds > 0) ::usleep(static_cast<useconds_t>(waitMilliseconds) * 1000);
+      return;
     }
-    int ready = ::poll(fds.data(), fds.size(), wait);
-    if (ready < 0 && errno != EINTR) break;
+    if (::poll(fds.data(), fds.size(), waitMilliseconds) <= 0) return;
     for (const pollfd& p : fds) {
       if (!p.revents) continue;
       if (p.fd == in.write) {
@@ -145,25 +149,41 @@ ProcessResult PosixProcesses::run(const ProcessRequest& request) {
         pipe.closeRead();
       }
     }
-  }
-  if (result.timedOut) ::kill(child, SIGKILL);
-
-  // The child may outlive its pipes; the deadline still holds while it runs.
+  };
+  using Clock = std::chrono::steady_clock;
+  auto deadline = request.timeoutSeconds
+                      ? Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                           std::chrono::duration<double>(*request.timeoutSeconds))
+                      : Clock::time_point::max();
+  // Waits until the child has ended or `until` has come; true when it has ended.
   int status = 0;
-  for (;;) {
-    bool bounded = deadline != Clock::time_point::max() && !result.timedOut;
-    pid_t reaped = ::waitpid(child, &status, bounded ? WNOHANG : 0);
-    if (reaped == child) break;
-    if (reaped < 0) {
-      if (errno == EINTR) continue;
-      break;
+  auto waitForExit = [&](Clock::time_point until) {
+    for (;;) {
+      pid_t reaped = ::waitpid(child, &status, WNOHANG);
+      if (reaped == child || (reaped < 0 && errno != EINTR)) return true;
+      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+      if (left <= 0) return false;
+      transfer(static_cast<int>(std::min<long long>(left, request.whileWaiting ? 10 : 20)));
+      if (request.whileWaiting) request.whileWaiting();
     }
-    if (Clock::now() >= deadline) {
-      result.timedOut = true;
+  };
+  if (!waitForExit(deadline)) {
+    result.timedOut = true;
+    ::kill(child, SIGTERM);
+    if (!waitForExit(Clock::now() + std::chrono::seconds(5))) {
       ::kill(child, SIGKILL);
-      continue;
+      while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+      }
     }
-    ::usleep(5000);
+  }
+  // What the child wrote before it ended; a grandchild still holding a pipe adds nothing.
+  for (Pipe* pipe : {&out, &err}) {
+    std::string& sink = pipe == &out ? result.standardOutput : result.standardError;
+    char buf[65536];
+    ssize_t n;
+    while (pipe->read >= 0 && ((n = ::read(pipe->read, buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR))) {
+      if (n > 0) sink.append(buf, static_cast<size_t>(n));
+    }
   }
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   else if (WIFSIGNALED(status)) result.exitStatus = 128 + WTERMSIG(status);

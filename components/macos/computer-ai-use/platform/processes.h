@@ -1,5 +1,6 @@
 #pragma once
 // The processes port: run a program, optionally feed and collect its pipes, wait.
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -13,7 +14,12 @@ struct ProcessRequest {
   std::optional<std::string> standardInput;  // absent: the null device
   bool captureOutput = false;           // else both streams go to the null device
   std::map<std::string, std::string> extraEnvironment;
-  std::optional<double> timeoutSeconds; // the child is killed when it runs longer
+  // When the child runs longer it is terminated (SIGTERM), and killed only if it has not
+  // ended a few seconds later.
+  std::optional<double> timeoutSeconds;
+  // Called between short waits (about every 0.01 s) until the child has ended: a caller on
+  // the main thread turns its run loop there, so that its menus and timers stay alive.
+  std::function<void()> whileWaiting;
 };
 
 struct ProcessResult {
@@ -25,6 +31,9 @@ struct ProcessResult {
   std::string standardError;
 };
 
+// Waits for the child to exit, not for its pipes to close: a grandchild that keeps them
+// open does not hold up the result, which is what the child wrote before it exited.
+// The child starts with no signal blocked and the usual signals at their defaults.
 class Processes {
  public:
   virtual ~Processes() = default;

@@ -32,9 +32,10 @@ struct ShareableWindow {
   std::optional<std::string> ownerName;
 };
 
-// Success, or a failure with the system's description.
+// Success, or a failure with the system's description. permissionDenied: the user has not
+// granted Screen Recording (ScreenCaptureKit's SCStreamErrorUserDeclined, -3801).
 struct CaptureStatus {
-  enum class Kind { ok, failed, timedOut };
+  enum class Kind { ok, failed, timedOut, permissionDenied };
   Kind kind = Kind::ok;
   std::string description;
   bool ok() const { return kind == Kind::ok; }
@@ -74,6 +75,10 @@ class ScreenCapture {
   // kCGImagePropertyPixelWidth / Height); absent when the file cannot be read as an
   // image or lacks either property.
   virtual std::optional<PixelSize> imagePixelSize(const std::string& path) = 0;
+  // Whether this process may record the screen (CGPreflightScreenCaptureAccess; it asks
+  // the user nothing). Without it the screenshot tool still succeeds, with the wallpaper
+  // and the menu bar only.
+  virtual bool screenRecordingAllowed() = 0;
 };
 
 }  // namespace tavlin::platform

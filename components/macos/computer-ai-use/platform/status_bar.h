@@ -3,6 +3,8 @@
 // menu (what it says and does); the adapter shows it (NSStatusItem on macOS) and runs
 // until the user quits, or, where there is no menu bar, runs headless until the
 // process is asked to stop (SIGINT or SIGTERM).
+#include <signal.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,6 +26,15 @@ struct StatusMenu {
   // Asked again each time the menu opens, so that it shows the current state.
   std::function<StatusMenu()> refresh;
 };
+
+// The signals that end a run: SIGINT and SIGTERM.
+inline sigset_t statusBarStopSignals() {
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGINT);
+  sigaddset(&stop, SIGTERM);
+  return stop;
+}
 
 class StatusBar {
  public:

@@ -144,6 +144,9 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
         "Recorded " + std::to_string(recording.elements) + " elements of " + common::escapingControlCharacters(options.app);
     if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
     if (out) {
+      // What the platform keeps of this run is written first and let go: a write-back at exit
+      // would otherwise replace a recording made over the very file it keeps that in.
+      platform.checkpoint();
       if (!common::writeFileAtomically(*out, text, 0600)) {
         throw cli::ToolError("tavlin-record: cannot write " + *out + " (" + std::strerror(errno) + ")");
       }

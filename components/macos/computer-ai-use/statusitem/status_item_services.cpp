@@ -32,15 +32,20 @@ void acquireTavlinStatusItemLock(const std::string& homeDirectory) {
 std::string tavlinReleaseVersion(const std::string& installRoot) {
   std::string problem;
   auto text = common::readRegularFile(common::appendPathComponent(installRoot, "RELEASE_BUILD.txt"), 1 << 20, problem);
-  return text ? releaseVersionFromText(*text) : "0.0.0-dev";
+  // A file that is not UTF-8 is unreadable as text, not a version to repair.
+  if (!text || common::repairingUTF8(*text) != *text) return "0.0.0-dev";
+  return releaseVersionFromText(*text);
 }
 
 std::string releaseVersionFromText(const std::string& text) {
-  std::istringstream lines(text);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (line.empty()) continue;
-    if (!common::lowercased(line).starts_with("version:")) continue;
+  // Lines end at "\n", "\r" or "\r\n", as a file saved on any system has them.
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find_first_of("\r\n", start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    start = end + 1;
+    if (line.empty() || !common::lowercased(line).starts_with("version:")) continue;
     std::string version = common::trimmed(line.substr(line.find(':') + 1));
     if (!version.empty()) return version;
   }
@@ -65,15 +70,20 @@ cli::Json tavlinUpdaterResult(platform::Platform& platform, const std::string& i
   request.captureOutput = true;
   request.extraEnvironment["TAVLIN_INSTALL_ROOT"] = installRoot;
   request.timeoutSeconds = timeout;
+  // The caller (a menu action) blocks, but its menu and timers stay alive.
+  request.whileWaiting = [&platform] { platform.clock().runLoop(0.05); };
   platform::ProcessResult result = platform.processes().run(request);
   if (!result.launched) throw cli::ToolError("could not start tavlin-updater: " + result.launchError);
   if (result.timedOut) throw cli::ToolError("tavlin-updater timed out");
 
   std::optional<cli::Json> object = updaterResultFromOutput(result.standardOutput);
-  if (!object) throw cli::ToolError("tavlin-updater returned no structured result");
-  if (result.exitStatus == 0 || object->contains("error")) return *object;
-  throw cli::ToolError("updater exited with status " + std::to_string(result.exitStatus) + ": " +
-                       common::trimmed(result.standardError));
+  if (object && (result.exitStatus == 0 || object->contains("error"))) return *object;
+  if (result.exitStatus != 0) {
+    std::string standardError = common::trimmed(result.standardError);
+    throw cli::ToolError("updater exited with status " + std::to_string(result.exitStatus) +
+                         (standardError.empty() ? "" : ": " + standardError));
+  }
+  throw cli::ToolError("tavlin-updater returned no structured result");
 }
 
 std::optional<cli::Json> updaterResultFromOutput(const std::string& output) {

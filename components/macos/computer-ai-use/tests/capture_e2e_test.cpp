@@ -253,9 +253,6 @@ TEST(BackgroundCapture, FallbacksAndTheHardTimeOut) {
        {"ScreenCaptureKit window enumeration failed: operation timed out after 0.5s",
         "Quartz fallback matched 1 windows"},
        true},
-      {R"("screenCaptureKit": {"shareableContent": "refused"},)",
-       {"ScreenCaptureKit window enumeration failed: The user declined TCCs for application, window, display capture"},
-       true},
       {R"("screenCaptureKit": {"capture": "never"},)",
        {"ScreenCaptureKit returned 3 windows", "ScreenCaptureKit matched 1 windows"},
        true},
@@ -274,6 +271,21 @@ TEST(BackgroundCapture, FallbacksAndTheHardTimeOut) {
     }
     EXPECT_EQ(d.events().find("program=/usr/sbin/screencapture") != std::string::npos, c.screenshotTool)
         << c.extra << "\n" << d.events();
+  }
+
+  // Without Screen Recording permission the screenshot tool would image the wallpaper: it
+  // is not run, and the failure names the permission.
+  for (const char* refused : {R"("screenCaptureKit": {"shareableContent": "refused"},)",
+                              R"("screenCaptureKit": {"capture": "refused"},)"}) {
+    CaptureDesktop d(refused);
+    ToolRun run = d.capture({"capture", "--pid", "4242", "--out", d.out("shot.png")});
+    EXPECT_EQ(run.status, 1) << refused;
+    EXPECT_NE(run.err.find(" failed: Screen Recording permission is not granted to Tavlin (System Settings > "
+                           "Privacy & Security > Screen Recording)\n"),
+              std::string::npos)
+        << refused << "\n" << run.err;
+    EXPECT_EQ(d.events().find("program=/usr/sbin/screencapture"), std::string::npos) << d.events();
+    EXPECT_FALSE(tavlin::common::exists(d.out("shot.png")));
   }
 
   // A window that disappears between discovery and capture, and a screenshot tool that

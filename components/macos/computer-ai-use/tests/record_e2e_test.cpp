@@ -293,6 +293,17 @@ TEST(DesktopRecorder, ElementLimitTruncatesAndSaysSo) {
   EXPECT_EQ(replay.status, 0) << replay.err;
 }
 
+TEST(DesktopRecorder, ARecordingOverTheLiveDesktopIsWhatTheFileHolds) {
+  Replay r;
+  writeText(r.dir.file("live.json"), trickyDesktop);
+  ToolRun run = r.on("live.json", {"__record-desktop", "--app", "Tricky", "--out", r.dir.file("live.json")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err.rfind("Recorded ", 0), 0u) << run.err;
+  // The recording, not the desktop's own state written back over it at exit.
+  auto written = nlohmann::ordered_json::parse(readText(r.dir.file("live.json")));
+  EXPECT_EQ(written.value("description", "").rfind("Recorded by tavlin-record: Tricky", 0), 0u) << written.dump();
+}
+
 TEST(DesktopRecorder, BadInputIsOneClearError) {
   Replay r;
   writeText(r.dir.file("original.json"), trickyDesktop);

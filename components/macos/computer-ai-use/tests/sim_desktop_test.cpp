@@ -1,5 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
 #include "platform/sim/sim_platform.h"
 #include "test_support.h"
 
@@ -214,6 +220,94 @@ TEST(SimDesktopState, ClockLogAndWriteBackAcrossProcesses) {
   }
   EXPECT_EQ(SimDesktop::load(path, log).elapsedMicroseconds(), 1580000);
   EXPECT_TRUE(tavlin::testing::readText(log).ends_with("0.080 pid:7 activate options=0x1\n1.580 hid left-mouse-down x=1\n"));
+}
+
+TEST(SimDesktopState, WaitsJumpToTheNextDueEventOrTheDeadline) {
+  SimPlatform p = platformFor(R"({"tavlinDesktop": 1, "apps": []})");
+  SimDesktop& d = p.desktop();
+  bool answered = false;
+  d.schedule(5, [&] { answered = true; });
+  auto realStart = std::chrono::steady_clock::now();
+  // A late answer ends the wait at its own time, not at the next step after it.
+  EXPECT_TRUE(p.clock().waitUntil([&] { return answered; }, 1e6));
+  EXPECT_EQ(d.elapsedMicroseconds(), 5'000'000);
+  // Long waits that nothing ends reach their deadline without walking the time between.
+  EXPECT_FALSE(p.clock().waitUntil([] { return false; }, 123456789));
+  EXPECT_EQ(d.elapsedMicroseconds(), 123'456'794'000'000);
+  p.clock().sleep(1e8);
+  EXPECT_EQ(d.elapsedMicroseconds(), 223'456'794'000'000);
+  EXPECT_LT(std::chrono::steady_clock::now() - realStart, std::chrono::seconds(3));
+}
+
+TEST(SimDesktopState, AWaitEndedFromOutsideReturnsAtOnce) {
+  SimPlatform p = platformFor(R"({"tavlinDesktop": 1, "apps": []})");
+  std::atomic<bool> stop = false;
+  std::thread signaller([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    stop = true;
+  });
+  EXPECT_TRUE(p.clock().waitUntil([&] { return stop.load(); }, 10));
+  signaller.join();
+  EXPECT_EQ(p.desktop().elapsedMicroseconds(), 0);
+}
+
+TEST(SimDesktopState, TheClockStopsWhereTheFileCanStillBeRead) {
+  TempDir tmp;
+  std::string path = tmp.file("d.json");
+  tavlin::testing::writeText(path, R"({"tavlinDesktop": 1, "clock": {"elapsed": 999999990}, "apps": []})");
+  struct Case {
+    const char* what;
+    std::function<void(SimPlatform&)> wait;
+  };
+  const Case cases[] = {
+      {"sleep past the end", [](SimPlatform& p) { p.clock().sleep(20); }},
+      {"run loop past the end", [](SimPlatform& p) { p.clock().runLoop(50); }},
+      {"wait past the end", [](SimPlatform& p) { p.clock().waitUntil([] { return false; }, 100); }},
+      {"wait that overflows", [](SimPlatform& p) { p.clock().waitUntil([] { return false; }, 9.3e12); }},
+      {"sleep that overflows", [](SimPlatform& p) { p.clock().sleep(1e300); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    SimPlatform p(sim::SimSettings{path, tmp.file("log"), "/home/u", "/x/Tavlin"});
+    try {
+      c.wait(p);
+      ADD_FAILURE() << "no error";
+    } catch (const sim::DesktopError& e) {
+      EXPECT_EQ(std::string(e.what()),
+                "Simulated desktop " + path + ": the virtual clock cannot run past 1000000000 seconds (clock.elapsed)");
+    }
+    p.clock().sleep(1);  // short of the end is fine
+    p.commit();
+  }
+  EXPECT_EQ(SimDesktop::load(path, "").elapsedMicroseconds(), 999'999'995'000'000);
+}
+
+TEST(SimDesktopState, ALinkedDesktopFileStaysALink) {
+  TempDir tmp;
+  std::string real = tmp.file("real.json"), link = tmp.file("link.json");
+  tavlin::testing::writeText(real, R"({"tavlinDesktop": 1, "apps": []})");
+  ASSERT_EQ(::symlink("real.json", link.c_str()), 0);
+  {
+    SimPlatform p(sim::SimSettings{link, tmp.file("log"), "/home/u", "/x/Tavlin"});
+    p.clock().sleep(2);
+    p.commit();
+  }
+  struct stat st;
+  ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_EQ(SimDesktop::load(real, "").elapsedMicroseconds(), 2'000'000);
+}
+
+TEST(SimDesktopState, AnApplicationLaunchedLateIsSeenOnceTheRunLoopTurns) {
+  SimPlatform p = platformFor(R"({"tavlinDesktop": 1, "frontmostPid": 8, "apps": [
+    {"pid": 7, "name": "Early"}, {"pid": 8, "name": "Late", "listedAfterRunLoopTurns": true}]})");
+  EXPECT_FALSE(p.runLoopTurned());
+  // The workspace turns the run loop before it reads, as the macOS adapter does.
+  ASSERT_TRUE(p.workspace().frontmostApplication());
+  EXPECT_EQ(p.workspace().frontmostApplication()->localizedName, "Late");
+  std::vector<std::string> names;
+  for (const auto& app : p.workspace().runningApplications()) names.push_back(app.localizedName.value_or(""));
+  EXPECT_EQ(names, (std::vector<std::string>{"Early", "Late"}));
 }
 
 TEST(SimDesktopState, EventLineFormat) {

@@ -91,6 +91,13 @@ TEST(StatusItem, ReleaseVersion) {
       {"0.1.0\n", "0.0.0-dev"},
       {"", "0.0.0-dev"},
       {std::nullopt, "0.0.0-dev"},
+      // Lines end at any of the three line ends.
+      {"name: tavlin\rversion: 1.0\r", "1.0"},
+      {"name: tavlin\r\nVersion: 2.1\r\n", "2.1"},
+      {"version:\r\nversion: 3.0\r\n", "3.0"},
+      // A file that is not UTF-8 is unreadable.
+      {"version: 1.0\xff\n", "0.0.0-dev"},
+      {"\xc3(\nversion: 1.0\n", "0.0.0-dev"},
   };
   for (const auto& [text, version] : cases) {
     TempDir root;
@@ -114,6 +121,10 @@ TEST(StatusItem, UpdaterRunner) {
       {"echo '{\"error\": \"feed unreachable\"}'\nexit 1\n", "check", R"({"error":"feed unreachable"})"},
       {"echo '{\"ok\": false}'\necho boom >&2\nexit 3\n", "check", "updater exited with status 3: boom"},
       {"echo 'no json here'\n", "status", "tavlin-updater returned no structured result"},
+      {"echo 'no json here'\necho 'feed unreachable' >&2\nexit 2\n", "check",
+       "updater exited with status 2: feed unreachable"},
+      // A helper left running with the output pipe does not make the updater late.
+      {"(sleep 5) &\necho '{\"ok\": true}'\n", "check", R"({"ok":true})"},
       {"sleep 30\n", "status", "tavlin-updater timed out"},
       // The arguments as the runner passes them, and the install root in the environment.
       {"printf '{\"args\": \"%s\", \"root\": \"%s\"}\\n' \"$*\" \"$TAVLIN_INSTALL_ROOT\"\n", "check", "ARGS"},
@@ -141,6 +152,64 @@ TEST(StatusItem, UpdaterRunner) {
   TempDir empty;
   EXPECT_EQ(toolErrorOf([&] { tavlin::statusitem::tavlinUpdaterResult(platform, empty.path(), "status", {}, 1); }),
             "tavlin-updater is missing or not executable: " + empty.file("bin/tavlin-updater"));
+}
+
+TEST(StatusItem, UpdaterRunnerEndsItsUpdaterGracefully) {
+  tavlin::sim::SimPlatform platform{tavlin::sim::SimSettings{}};
+  TempDir root;
+  writeText(root.file("RELEASE_BUILD.txt"), "version: 1.0.0\n");
+  // A late updater is terminated, so its TERM trap cleans up after it.
+  writeScript(root.file("bin/tavlin-updater"),
+              "trap 'echo cleaned > \"$TAVLIN_INSTALL_ROOT/trap\"; exit 1' TERM\nwhile :; do sleep 0.05; done\n");
+  EXPECT_EQ(toolErrorOf([&] { tavlin::statusitem::tavlinUpdaterResult(platform, root.path(), "check", {}, 0.3); }),
+            "tavlin-updater timed out");
+  EXPECT_EQ(readText(root.file("trap")), "cleaned\n");
+
+  // The status item blocks SIGINT and SIGTERM for itself; its updater does not inherit that.
+  writeScript(root.file("bin/tavlin-updater"), "kill -TERM $$\nsleep 1\necho '{\"survived\": true}'\n");
+  sigset_t blocked, before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGINT);
+  sigaddset(&blocked, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  std::string got = toolErrorOf([&] { tavlin::statusitem::tavlinUpdaterResult(platform, root.path(), "check", {}, 5); });
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(got, "updater exited with status 143");
+}
+
+TEST(StatusItem, UpdaterRunnerKeepsTheRunLoopTurning) {
+  tavlin::sim::SimPlatform platform(tavlin::sim::SimDesktop::fromJson(
+      nlohmann::ordered_json::parse(R"({"tavlinDesktop": 1, "apps": []})"), "/unused", ""));
+  TempDir root;
+  writeText(root.file("RELEASE_BUILD.txt"), "version: 1.0.0\n");
+  writeScript(root.file("bin/tavlin-updater"), "sleep 0.3\necho '{\"ok\": true}'\n");
+  EXPECT_EQ(tavlin::statusitem::tavlinUpdaterResult(platform, root.path(), "check", {}, 5).dump(), R"({"ok":true})");
+  // The run loop turned in steps of 0.05 s while the caller waited.
+  int64_t turned = platform.desktop().elapsedMicroseconds();
+  EXPECT_GE(turned, 300'000);
+  EXPECT_EQ(turned % 50'000, 0);
+
+  // Also where the process port is used directly: the hook runs often while the child runs.
+  tavlin::platform::PosixProcesses processes;
+  tavlin::platform::ProcessRequest request;
+  request.executable = "/bin/sh";
+  request.arguments = {"-c", "sleep 0.3"};
+  std::vector<std::chrono::steady_clock::time_point> turns;
+  request.whileWaiting = [&] { turns.push_back(std::chrono::steady_clock::now()); };
+  EXPECT_EQ(processes.run(request).exitStatus, 0);
+  ASSERT_GE(turns.size(), 6u);
+  for (size_t i = 1; i < turns.size(); ++i) EXPECT_LT(turns[i] - turns[i - 1], std::chrono::milliseconds(100));
+}
+
+TEST(StatusItem, BundleNamesTheDeploymentTargetAsItsMinimumSystem) {
+  // The app refuses to launch below LSMinimumSystemVersion; it must not promise less than
+  // the deployment target it is built for.
+  std::string plist = readText(std::string(TAVLIN_SOURCE_ROOT) + "/components/macos/computer-ai-use/Info.plist.in");
+  size_t key = plist.find("<key>LSMinimumSystemVersion</key>");
+  ASSERT_NE(key, std::string::npos);
+  size_t start = plist.find("<string>", key) + 8;
+  std::string value = plist.substr(start, plist.find("</string>", start) - start);
+  EXPECT_EQ(value, "${CMAKE_OSX_DEPLOYMENT_TARGET}");
 }
 
 namespace {

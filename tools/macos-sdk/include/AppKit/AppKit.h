@@ -46,11 +46,31 @@ API_AVAILABLE(macos(10.6))
 @interface NSResponder : NSObject
 @end
 
+typedef NS_ENUM(NSUInteger, NSEventType) { NSEventTypeApplicationDefined = 15 };
+typedef NS_OPTIONS(NSUInteger, NSEventModifierFlags) { NSEventModifierFlagShift = 1 << 17 };
+typedef CGPoint NSPoint;
+static const NSPoint NSZeroPoint = {0, 0};
+typedef double NSTimeInterval;
+@class NSGraphicsContext;
+
+@interface NSEvent : NSObject
++ (nullable NSEvent*)otherEventWithType:(NSEventType)type
+                               location:(NSPoint)location
+                          modifierFlags:(NSEventModifierFlags)flags
+                              timestamp:(NSTimeInterval)time
+                           windowNumber:(NSInteger)wNum
+                                context:(nullable NSGraphicsContext*)unusedPassNil
+                                subtype:(short)subtype
+                                  data1:(NSInteger)d1
+                                  data2:(NSInteger)d2;
+@end
+
 @interface NSApplication : NSResponder
 @property(class, readonly, strong) NSApplication* sharedApplication;
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
 - (void)run;
 - (void)stop:(nullable id)sender;
+- (void)postEvent:(NSEvent*)event atStart:(BOOL)flag;
 - (void)terminate:(nullable id)sender;
 - (void)activateIgnoringOtherApps:(BOOL)flag
     API_AVAILABLE(macos(10.0)) TAVLIN_DEPRECATED_MACOS_14_0("Use NSApp.activate instead.");
@@ -97,6 +117,7 @@ static const CGFloat NSVariableStatusItemLength = -1.0;
 @interface NSStatusBar : NSObject
 @property(class, readonly, strong) NSStatusBar* systemStatusBar;
 - (NSStatusItem*)statusItemWithLength:(CGFloat)length;
+- (void)removeStatusItem:(NSStatusItem*)item;
 @end
 
 typedef NS_OPTIONS(NSUInteger, NSWindowStyleMask){

@@ -35,6 +35,7 @@ typedef CF_OPTIONS(uint32_t, CGWindowListOption){
     kCGWindowListExcludeDesktopElements = (1 << 4),
 };
 CFArrayRef CGWindowListCopyWindowInfo(CGWindowListOption option, CGWindowID relativeToWindow) API_AVAILABLE(macos(10.5));
+bool CGPreflightScreenCaptureAccess(void) API_AVAILABLE(macos(10.15));
 extern const CFStringRef kCGWindowNumber;
 extern const CFStringRef kCGWindowLayer;
 extern const CFStringRef kCGWindowBounds;

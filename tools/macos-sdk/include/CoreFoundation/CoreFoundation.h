@@ -157,5 +157,12 @@ typedef CF_ENUM(SInt32, CFRunLoopRunResult){
     kCFRunLoopRunHandledSource = 4,
 };
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds, Boolean returnAfterSourceHandled);
+typedef struct __CFRunLoop* CFRunLoopRef;
+CFRunLoopRef CFRunLoopGetMain(void);
+CFRunLoopRef CFRunLoopGetCurrent(void);
+void CFRunLoopWakeUp(CFRunLoopRef rl);
+#if __BLOCKS__
+void CFRunLoopPerformBlock(CFRunLoopRef rl, CFTypeRef mode, void (^block)(void)) API_AVAILABLE(macos(10.6));
+#endif
 
 CF_EXTERN_C_END

@@ -27,10 +27,15 @@ __attribute__((objc_root_class))
 - (instancetype)init;
 @end
 
+typedef NSUInteger NSStringEncoding;
+enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
+
 @interface NSString : NSObject
 + (nullable instancetype)stringWithUTF8String:(const char*)nullTerminatedCString;
+- (nullable instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)len encoding:(NSStringEncoding)encoding;
 @property(nullable, readonly) const char* UTF8String;
 @property(readonly) NSUInteger length;
+- (BOOL)isEqualToString:(NSString*)aString;
 @end
 
 
@@ -48,6 +53,7 @@ typedef struct {
 @end
 
 @interface NSError : NSObject
+@property(readonly, copy) NSString* domain;
 @property(readonly, copy) NSString* localizedDescription;
 @property(readonly) NSInteger code;
 @end

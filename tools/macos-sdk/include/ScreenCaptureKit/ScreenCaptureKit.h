@@ -9,6 +9,9 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
+SC_AVAILABLE(12.3) extern NSString* const SCStreamErrorDomain;
+typedef NS_ENUM(NSInteger, SCStreamErrorCode) { SCStreamErrorUserDeclined SC_AVAILABLE(12.3) = -3801 };
+
 SC_AVAILABLE(12.3)
 @interface SCRunningApplication : NSObject
 @property(readonly) NSString* bundleIdentifier;
@@ -45,6 +48,7 @@ SC_AVAILABLE(12.3)
 @property(nonatomic, assign) size_t width;
 @property(nonatomic, assign) size_t height;
 @property(nonatomic, assign) BOOL showsCursor;
+@property(nonatomic, assign) BOOL ignoreShadowsSingleWindow SC_AVAILABLE(14.0);
 @end
 
 SC_AVAILABLE(14.0)

@@ -3,6 +3,10 @@
 
 namespace tavlin::macos {
 
+// On the main thread, lets the run loop handle what is already pending (the workspace's
+// notifications), without waiting; elsewhere nothing.
+void turnMainRunLoopOnce();
+
 // Wall-clock time, real sleeps and the main run loop.
 class MacClock final : public platform::Clock {
  public:

@@ -14,6 +14,7 @@ class MacScreenCapture final : public platform::ScreenCapture {
   void requestWindowImage(const platform::CaptureRequest& request, platform::WindowImageCompletion done) override;
   platform::CaptureStatus writePNG(const platform::CapturedImage& image, const std::string& path) override;
   std::optional<platform::PixelSize> imagePixelSize(const std::string& path) override;
+  bool screenRecordingAllowed() override;
 };
 
 }  // namespace tavlin::macos

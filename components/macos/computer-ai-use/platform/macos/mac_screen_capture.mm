@@ -2,6 +2,8 @@
 
 #import <ScreenCaptureKit/ScreenCaptureKit.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "platform/macos/cf_handle.h"
@@ -20,7 +22,15 @@ struct MacCapturedImage final : platform::CapturedImage {
 };
 
 CaptureStatus failure(NSError* _Nullable error, const char* fallback) {
-  return {CaptureStatus::Kind::failed, error ? nsText(error.localizedDescription).value_or(fallback) : fallback};
+  CaptureStatus status{CaptureStatus::Kind::failed,
+                       error ? nsText(error.localizedDescription).value_or(fallback) : fallback};
+  // The domain and code say what the description may not: no Screen Recording permission.
+  if (@available(macOS 12.3, *)) {
+    if (error && [error.domain isEqualToString:SCStreamErrorDomain] && error.code == SCStreamErrorUserDeclined) {
+      status.kind = CaptureStatus::Kind::permissionDenied;
+    }
+  }
+  return status;
 }
 
 CFHandle<CFURLRef> fileURL(const std::string& path) {
@@ -89,10 +99,17 @@ void MacScreenCapture::requestWindowImage(const platform::CaptureRequest& reques
                                        [[SCContentFilter alloc] initWithDesktopIndependentWindow:window];
                                    SCStreamConfiguration* configuration = [[SCStreamConfiguration alloc] init];
                                    configuration.showsCursor = wanted.showsCursor;
-                                   if (wanted.pixelWidth > 0 && wanted.pixelHeight > 0) {
-                                     configuration.width = wanted.pixelWidth;
-                                     configuration.height = wanted.pixelHeight;
+                                   // A frame that rounds to nothing would keep the configuration's
+                                   // own 1920x1080: the window's own size in pixels instead.
+                                   size_t width = wanted.pixelWidth, height = wanted.pixelHeight;
+                                   if (width == 0 || height == 0) {
+                                     width = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.width)));
+                                     height = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.height)));
                                    }
+                                   configuration.width = width;
+                                   configuration.height = height;
+                                   // The shadow is not part of the window: not fitted into its frame.
+                                   configuration.ignoreShadowsSingleWindow = YES;
                                    [SCScreenshotManager
                                        captureImageWithFilter:filter
                                                 configuration:configuration
@@ -123,6 +140,8 @@ platform::CaptureStatus MacScreenCapture::writePNG(const platform::CapturedImage
   }
   return {};
 }
+
+bool MacScreenCapture::screenRecordingAllowed() { return CGPreflightScreenCaptureAccess(); }
 
 std::optional<platform::PixelSize> MacScreenCapture::imagePixelSize(const std::string& path) {
   auto url = fileURL(path);

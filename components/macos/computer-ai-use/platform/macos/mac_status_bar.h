@@ -7,6 +7,8 @@ namespace tavlin::macos {
 
 class MacStatusBar final : public platform::StatusBar {
  public:
+  void prepare() override;
+  // Ends when the user quits or on SIGINT or SIGTERM.
   void run(const platform::StatusMenu& menu, bool showWindow) override;
 };
 

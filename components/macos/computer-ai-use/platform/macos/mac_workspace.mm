@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/macos/mac_clock.h"
 #include "platform/macos/ns_strings.h"
 
 namespace tavlin::macos {
@@ -22,6 +23,8 @@ platform::RunningApplication convert(NSRunningApplication* app) {
 
 std::vector<platform::RunningApplication> MacWorkspace::runningApplications() {
   std::vector<platform::RunningApplication> out;
+  // The list is brought up to date only as the main run loop turns.
+  turnMainRunLoopOnce();
   @autoreleasepool {
     NSArray<NSRunningApplication*>* apps = NSWorkspace.sharedWorkspace.runningApplications;
     for (NSUInteger i = 0; i < apps.count; ++i) out.push_back(convert([apps objectAtIndex:i]));
@@ -30,6 +33,7 @@ std::vector<platform::RunningApplication> MacWorkspace::runningApplications() {
 }
 
 std::optional<platform::RunningApplication> MacWorkspace::frontmostApplication() {
+  turnMainRunLoopOnce();
   @autoreleasepool {
     NSRunningApplication* app = NSWorkspace.sharedWorkspace.frontmostApplication;
     if (!app) return std::nullopt;

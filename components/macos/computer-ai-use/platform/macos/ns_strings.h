@@ -16,10 +16,11 @@ inline std::optional<std::string> nsText(NSString* _Nullable s) {
   return toUTF8((__bridge CFStringRef)s);
 }
 
-// Never nil.
-inline NSString* nsString(const std::string& s) {
-  NSString* converted = [NSString stringWithUTF8String:common::repairingUTF8(s).c_str()];
-  return converted ? converted : [NSString stringWithUTF8String:""];
+// Never nil. The whole string, NULs included: a C-string conversion would end at the first.
+inline NSString* _Nonnull nsString(const std::string& s) {
+  std::string utf8 = common::repairingUTF8(s);
+  NSString* converted = [[NSString alloc] initWithBytes:utf8.data() length:utf8.size() encoding:NSUTF8StringEncoding];
+  return converted ? converted : @"";
 }
 
 }  // namespace tavlin::macos

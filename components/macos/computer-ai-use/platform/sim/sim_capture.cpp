@@ -89,7 +89,7 @@ void drawTree(const SimDesktop& desktop, size_t root, const Rect& region, double
       if (value && role && (*role == "AXTextArea" || *role == "AXTextField")) {
         double lineHeight = 18 * scale, top = y + 6 * scale;
         size_t start = 0;
-        for (int line = 0; start <= value->size() && top + lineHeight <= y + h; ++line, top += lineHeight) {
+        for (; start <= value->size() && top + lineHeight <= y + h; top += lineHeight) {
           size_t end = value->find('\n', start);
           if (end == std::string::npos) end = value->size();
           double length = std::min(w - 12 * scale, static_cast<double>(end - start) * 7 * scale);

@@ -5,11 +5,13 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <algorithm>
@@ -126,7 +128,7 @@ void SimDesktop::setHidden(int32_t pid, bool hidden) {
   SimApp* a = app(pid);
   if (!a) return;
   a->info.hidden = hidden;
-  document_[ordered_json::json_pointer(a->jsonPointer)]["hidden"] = hidden;
+  documentNode(a->jsonPointer)["hidden"] = hidden;
   dirty_ = true;
 }
 
@@ -141,7 +143,7 @@ void SimDesktop::setPointer(platform::Point point) {
 void SimDesktop::setElementAttribute(size_t index, const std::string& attribute, const std::string& text) {
   SimElement& e = elements_.at(index);
   e.attributes[attribute].storage = text;
-  ordered_json& node = document_[ordered_json::json_pointer(e.jsonPointer)];
+  ordered_json& node = documentNode(e.jsonPointer);
   // Written where the file declares it: its shortcut key, else the attributes map.
   std::string shortcut;
   for (const auto& [key, name] : platform::elementAttributeShortcuts()) {
@@ -154,6 +156,19 @@ void SimDesktop::setElementAttribute(size_t index, const std::string& attribute,
     node["attributes"][attribute] = text;
   }
   dirty_ = true;
+}
+
+namespace {
+ordered_json& nodeAt(ordered_json& node, const ordered_json::json_pointer& pointer) {
+  if (pointer.empty()) return node;
+  ordered_json& parent = nodeAt(node, pointer.parent_pointer());
+  const std::string& token = pointer.back();
+  return parent.is_array() ? parent.at(std::stoul(token)) : parent.at(token);
+}
+}  // namespace
+
+ordered_json& SimDesktop::documentNode(const std::string& pointer) {
+  return nodeAt(document_, ordered_json::json_pointer(pointer));
 }
 
 std::chrono::system_clock::time_point SimDesktop::now() const {
@@ -180,10 +195,36 @@ bool SimDesktop::requestActivation(int32_t pid) {
   return true;
 }
 
-void SimDesktop::advance(double seconds) {
-  if (seconds > 0) {
+int64_t SimDesktop::deadlineAfter(double seconds) const {
+  if (!(seconds > 0)) return elapsedMicros_;
+  double micros = static_cast<double>(elapsedMicros_) + seconds * 1e6;
+  return micros > static_cast<double>(maxElapsedMicros) ? maxElapsedMicros + 1 : std::llround(micros);
+}
+
+std::optional<int64_t> SimDesktop::nextEventMicros() const {
+  std::optional<int64_t> next;
+  auto consider = [&](int64_t at) {
+    if (!next || at < *next) next = at;
+  };
+  for (const Scheduled& s : scheduled_) consider(s.atMicros);
+  if (pendingActivation_) consider(pendingActivation_->atMicros);
+  for (const PanelSlot& slot : panels_) {
+    int64_t due = slot.state.shownAtMicros + std::llround(slot.config.entriesDelay * 1e6);
+    if (slot.config.entriesDelay > 0 && due > elapsedMicros_) consider(due);
+  }
+  return next;
+}
+
+void SimDesktop::advance(double seconds) { advanceTo(deadlineAfter(seconds)); }
+
+void SimDesktop::advanceTo(int64_t micros) {
+  if (micros > maxElapsedMicros) {
+    throw DesktopError("Simulated desktop " + path_ +
+                       ": the virtual clock cannot run past 1000000000 seconds (clock.elapsed)");
+  }
+  if (micros > elapsedMicros_) {
     int64_t before = elapsedMicros_;
-    elapsedMicros_ += std::llround(seconds * 1e6);
+    elapsedMicros_ = micros;
     dirty_ = true;
     // A panel whose folder's entries were still to come shows them once their time is reached.
     for (const PanelSlot& slot : panels_) {
@@ -226,7 +267,16 @@ void SimDesktop::commit() {
     document_["stats"]["axRoundTrips"] = roundTripsTotal();
     // The file keeps the mode its owner gave it.
     std::string text = document_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-    if (!common::writeFileAtomically(path_, text, 0644, true)) {
+    // A desktop file that is a link stays one: the new state replaces the file it names.
+    std::string target = path_;
+    struct stat link;
+    if (::lstat(path_.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+      if (char* resolved = ::realpath(path_.c_str(), nullptr)) {
+        target = resolved;
+        std::free(resolved);
+      }
+    }
+    if (!common::writeFileAtomically(target, text, 0644, true)) {
       throw DesktopError("Simulated desktop " + path_ + ": cannot write the changed state back (" +
                          std::strerror(errno) + ")");
     }

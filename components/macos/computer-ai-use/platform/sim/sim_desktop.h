@@ -87,6 +87,9 @@ struct SimApp {
   bool responds = true;            // false: every accessibility call times out
   std::optional<uint64_t> quitsAfterCalls;  // the application quits after this many calls
   bool takesFocusOnClick = false;  // a click posted to it makes it frontmost
+  // Launched after this process started: the workspace lists it once the main run loop
+  // has turned in this process, as NSWorkspace does.
+  bool listedAfterRunLoopTurns = false;
   std::optional<size_t> uiElement;  // the application element, when the file has a tree
   std::string jsonPointer;
 };
@@ -183,7 +186,15 @@ class SimDesktop {
   std::chrono::system_clock::time_point clockStart() const { return clockStart_; }
   std::chrono::system_clock::time_point now() const;
   int64_t elapsedMicroseconds() const { return elapsedMicros_; }
+  // The longest the virtual clock runs: a file past it does not load, so the clock never
+  // goes there. Advancing past it throws DesktopError.
+  static constexpr int64_t maxElapsedMicros = 1'000'000'000'000'000;  // 1e9 s
   void advance(double seconds);
+  void advanceTo(int64_t micros);
+  // The time `seconds` from now, or maxElapsedMicros + 1 when that is past the clock's end.
+  int64_t deadlineAfter(double seconds) const;
+  // The earliest time something is due (a late answer, an activation, a panel's entries).
+  std::optional<int64_t> nextEventMicros() const;
 
   // --- event log ---
   // One line: virtual time, target, kind, fields. Appended to the log file on commit.
@@ -236,6 +247,9 @@ class SimDesktop {
   void parseOpenPanel(const nlohmann::ordered_json& json, const std::string& where, const std::string& pointer,
                       int32_t pid, size_t appIndex);
   void rebuildOpenPanels();
+  // The node of the file at `pointer` (one the load recorded), found token by token: indexing
+  // with a json_pointer makes nlohmann 3.11 instantiate a deprecated string-pointer comparison.
+  nlohmann::ordered_json& documentNode(const std::string& pointer);
   void savePanel(size_t panel);
   std::vector<SimPanelEntry> panelEntries(const PanelSlot& slot) const;
   void panelShow(size_t panel, const std::string& folder, const std::optional<std::string>& selection,

@@ -29,7 +29,7 @@ using platform::elementAttributeShortcuts;
 namespace {
 
 constexpr const char* defaultClockStart = defaultDesktopClockStart;
-constexpr double maxElapsedSeconds = 1e9;
+constexpr double maxElapsedSeconds = static_cast<double>(SimDesktop::maxElapsedMicros) / 1e6;
 
 class Parser;
 double boundedSeconds(const Parser& p, const ordered_json& j, const std::string& where);
@@ -534,7 +534,7 @@ void SimDesktop::parse() {
       const ordered_json& a = p.object((*it)[i], where);
       p.allowKeys(a, where, {"pid", "name", "bundleIdentifier", "activationPolicy", "hidden", "terminated",
                              "activation", "unhideFails", "responds", "takesFocusOnClick", "quitsAfterCalls", "ui",
-                             "openPanel"});
+                             "openPanel", "listedAfterRunLoopTurns"});
       SimApp app;
       app.jsonPointer = "/apps/" + std::to_string(i);
       auto pid = a.find("pid");
@@ -576,6 +576,9 @@ void SimDesktop::parse() {
       if (auto v = a.find("responds"); v != a.end()) app.responds = p.boolean(*v, where + ".responds");
       if (auto v = a.find("quitsAfterCalls"); v != a.end()) {
         app.quitsAfterCalls = static_cast<uint64_t>(p.integer(*v, where + ".quitsAfterCalls", 0, 1000000000));
+      }
+      if (auto v = a.find("listedAfterRunLoopTurns"); v != a.end()) {
+        app.listedAfterRunLoopTurns = p.boolean(*v, where + ".listedAfterRunLoopTurns");
       }
       if (auto v = a.find("takesFocusOnClick"); v != a.end()) {
         app.takesFocusOnClick = p.boolean(*v, where + ".takesFocusOnClick");

@@ -417,7 +417,7 @@ void SimDesktop::savePanel(size_t panel) {
   if (s.scroll > 0) state["scroll"] = s.scroll;
   if (s.hostText) state["hostText"] = *s.hostText;
   if (s.hostTextSelected) state["hostTextSelected"] = true;
-  document_[ordered_json::json_pointer(panels_[panel].jsonPointer)]["state"] = std::move(state);
+  documentNode(panels_[panel].jsonPointer)["state"] = std::move(state);
   dirty_ = true;
   rebuildOpenPanels();
 }

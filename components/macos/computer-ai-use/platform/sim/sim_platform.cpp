@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <thread>
 
 #include "common/files.h"
 #include "common/unicode.h"
@@ -383,16 +385,22 @@ class SimWorkspacePort final : public Workspace {
  public:
   explicit SimWorkspacePort(SimPlatform& p) : p_(p) {}
 
+  // As the macOS adapter does: the run loop turns once before the workspace is read, so
+  // that applications launched since this process started are there.
   std::vector<RunningApplication> runningApplications() override {
+    p_.noteRunLoopTurned();
     std::vector<RunningApplication> out;
-    for (const SimApp& a : p_.desktop().apps()) out.push_back(a.info);
+    for (const SimApp& a : p_.desktop().apps()) {
+      if (listed(a)) out.push_back(a.info);
+    }
     return out;
   }
   std::optional<RunningApplication> frontmostApplication() override {
+    p_.noteRunLoopTurned();
     SimDesktop& d = p_.desktop();
     if (!d.frontmostPid()) return std::nullopt;
     const SimApp* a = d.app(*d.frontmostPid());
-    if (!a) return std::nullopt;
+    if (!a || !listed(*a)) return std::nullopt;
     return a->info;
   }
   bool unhide(int32_t pid) override {
@@ -409,6 +417,7 @@ class SimWorkspacePort final : public Workspace {
     return d.requestActivation(pid);
   }
   std::string displayName(const std::string& path) override { return p_.desktop().displayName(path); }
+  bool listed(const SimApp& a) const { return !a.listedAfterRunLoopTurns || p_.runLoopTurned(); }
   std::optional<ScreenInfo> mainScreen() override {
     const SimScreen& s = p_.desktop().screen();
     return ScreenInfo{{s.width, s.height}, s.backingScale};
@@ -495,7 +504,7 @@ class SimScreenCapturePort final : public ScreenCapture {
     }
     answer(d.capture().shareableContent, "sck-shareable-content",
            [done, windows]() mutable { done({}, std::move(windows)); },
-           [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, {}); });
+           [done](CaptureStatus failed) { done(std::move(failed), {}); });
   }
 
   void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) override {
@@ -509,10 +518,11 @@ class SimScreenCapturePort final : public ScreenCapture {
     if (std::find(gone.begin(), gone.end(), request.windowID) == gone.end()) {
       canvas = drawWindow(d, request.windowID, request.pixelWidth, request.pixelHeight);
     }
-    auto fail = [done](const std::string& error) { done({CaptureStatus::Kind::failed, error}, nullptr); };
+    auto fail = [done](CaptureStatus failed) { done(std::move(failed), nullptr); };
     if (!canvas) {
       if (d.capture().windowCapture.kind == SimAnswer::Kind::never) return;
-      fail("The operation couldn\u2019t be completed. (com.apple.ScreenCaptureKit.SCStreamErrorDomain error -3815.)");
+      fail({CaptureStatus::Kind::failed,
+            "The operation couldn\u2019t be completed. (com.apple.ScreenCaptureKit.SCStreamErrorDomain error -3815.)"});
       return;
     }
     auto image = std::make_shared<const SimImage>(std::move(*canvas));
@@ -528,6 +538,13 @@ class SimScreenCapturePort final : public ScreenCapture {
       return {CaptureStatus::Kind::failed, "failed to write png to " + path};
     }
     return {};
+  }
+
+  // "refused" stands for a user who has not granted Screen Recording.
+  bool screenRecordingAllowed() override {
+    const SimDesktop& d = p_.desktop();
+    return d.capture().shareableContent.kind != SimAnswer::Kind::refused &&
+           d.capture().windowCapture.kind != SimAnswer::Kind::refused;
   }
 
   std::optional<PixelSize> imagePixelSize(const std::string& path) override {
@@ -547,7 +564,7 @@ class SimScreenCapturePort final : public ScreenCapture {
       case SimAnswer::Kind::never:
         break;
       case SimAnswer::Kind::refused:
-        fail("The user declined TCCs for application, window, display capture");
+        fail({CaptureStatus::Kind::permissionDenied, "The user declined TCCs for application, window, display capture"});
         break;
       case SimAnswer::Kind::late:
         d.schedule(how.delaySeconds, [this, kind, succeed]() mutable {
@@ -578,8 +595,18 @@ class SimProcessesPort final : public Processes {
     // The child may use the same desktop: it gets the file, written back, and the lock;
     // this process reads the desktop again when it next needs it.
     p_.checkpoint();
-    return real_.run(request);
+    if (!request.whileWaiting) return real_.run(request);
+    // The caller's run loop is the virtual clock, which the child may hold with the
+    // desktop: the turns are counted while it runs, and the clock catches up after.
+    ProcessRequest counted = request;
+    int64_t turns = 0;
+    counted.whileWaiting = [&turns] { ++turns; };
+    ProcessResult result = real_.run(counted);
+    if (p_.hasDesktop()) p_.desktop().advance(static_cast<double>(turns) * runLoopTurnSeconds);
+    return result;
   }
+  // How long the run loop turns between two looks at a child (the updater's step).
+  static constexpr double runLoopTurnSeconds = 0.05;
 
  private:
   SimPlatform& p_;
@@ -590,17 +617,41 @@ class SimClockPort final : public Clock {
  public:
   explicit SimClockPort(SimPlatform& p) : p_(p) {}
   TimePoint now() override { return p_.desktop().now(); }
-  void sleep(double seconds) override { p_.desktop().advance(seconds); }
-  void runLoop(double seconds) override { p_.desktop().advance(seconds); }
+  void sleep(double seconds) override {
+    p_.noteRunLoopTurned();
+    p_.desktop().advance(seconds);
+  }
+  void runLoop(double seconds) override {
+    p_.noteRunLoopTurned();
+    p_.desktop().advance(seconds);
+  }
+  // Virtual time jumps from one due event to the next, so a long wait costs no more than a
+  // short one. What nothing in virtual time can end (a signal, another thread) gets a
+  // moment of real time before the deadline comes.
   bool waitUntil(const std::function<bool()>& ready, double seconds) override {
-    int64_t deadline = p_.desktop().elapsedMicroseconds() + std::llround(std::max(0.0, seconds) * 1e6);
+    p_.noteRunLoopTurned();
+    int64_t deadline = p_.desktop().deadlineAfter(seconds);
     for (;;) {
       if (ready()) return true;
-      int64_t left = deadline - p_.desktop().elapsedMicroseconds();
-      if (left <= 0) return false;
-      p_.desktop().advance(std::min<double>(0.01, static_cast<double>(left) / 1e6));
+      SimDesktop& d = p_.desktop();
+      if (d.elapsedMicroseconds() >= deadline) return false;
+      std::optional<int64_t> next = d.nextEventMicros();
+      if (next && *next < deadline) {
+        d.advanceTo(*next);
+        continue;
+      }
+      auto realEnd = std::chrono::steady_clock::now() +
+                     std::chrono::microseconds(std::min<int64_t>(deadline - d.elapsedMicroseconds(), outsidePauseMicros));
+      while (std::chrono::steady_clock::now() < realEnd) {
+        if (ready()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      if (ready()) return true;
+      p_.desktop().advanceTo(deadline);
     }
   }
+  // Bounds an endless watch to a few captures per real second.
+  static constexpr int64_t outsidePauseMicros = 200'000;
 
  private:
   SimPlatform& p_;

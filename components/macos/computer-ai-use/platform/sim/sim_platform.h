@@ -41,11 +41,18 @@ class SimPlatform final : public platform::Platform {
   // The control face. Throws DesktopError when no desktop is set or it is invalid.
   SimDesktop& desktop();
   const SimSettings& settings() const { return settings_; }
+  // Whether the main run loop has turned in this process (a wait on the clock, or the
+  // workspace's own turn before it reads).
+  void noteRunLoopTurned() { runLoopTurned_ = true; }
+  bool runLoopTurned() const { return runLoopTurned_; }
+  // Whether a desktop is loaded or named (desktop() then does not fail for want of one).
+  bool hasDesktop() const { return desktop_ || (settings_.desktopPath && !settings_.desktopPath->empty()); }
 
  private:
   struct Ports;
   SimSettings settings_;
   std::optional<SimDesktop> desktop_;
+  bool runLoopTurned_ = false;
   std::vector<SimDesktop::Scheduled> released_;  // late answers still to come after a checkpoint
   std::unique_ptr<Ports> ports_;
 };
