@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <cmath>
 #include <condition_variable>
+#include <map>
 #include <thread>
 
+#include "capture/background_capture.h"
 #include "cli/tool_error.h"
 #include "common/files.h"
 #include "common/json_text.h"
@@ -213,6 +215,138 @@ std::optional<std::string> ownScreenshot(const runtime::ProcessValues& values, c
   return bytes;
 }
 
+
+// What each tool promises a client: whether it only reads, may destroy (input that
+// edits, presses or chooses), gives the same effect when repeated. Every tool works on
+// this Mac's own applications, not an open world of outside services.
+struct ToolHints {
+  bool readOnly, destructive, idempotent;
+};
+
+ToolHints hintsFor(const std::string& tool) {
+  if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel") return {true, false, true};
+  if (tool == "activate_app") return {false, false, true};
+  if (tool == "scroll") return {false, false, false};
+  if (tool == "set_value") return {false, true, true};
+  return {false, true, false};  // clicks, keys, text, drags, pastes, actions, Open panel choices
+}
+
+// The structured result of each tool, as JSON Schema (each key once, in snake_case).
+const Json& outputSchemaFor(const std::string& tool) {
+  static const std::map<std::string, Json> schemas = [] {
+    Json integer = {{"type", "integer"}}, number = {{"type", "number"}}, string = {{"type", "string"}},
+         boolean = {{"type", "boolean"}}, okTrue = {{"type", "boolean"}, {"const", true}};
+    Json point = {{"type", "object"}, {"properties", {{"x", number}, {"y", number}}}, {"required", {"x", "y"}}};
+    Json element = {{"type", "object"},
+                    {"description", "The element acted on, as the snapshot listed it."},
+                    {"properties", {{"index", integer}, {"role", string}, {"label", string}}},
+                    {"required", {"index", "role"}}};
+    auto object = [](Json properties, std::vector<std::string> required) {
+      return Json{{"type", "object"}, {"properties", std::move(properties)}, {"required", std::move(required)}};
+    };
+    Json app = object({{"pid", integer}, {"name", string}, {"app", string}, {"bundle_identifier", string},
+                       {"is_active", boolean}, {"is_hidden", boolean}, {"activation_policy", integer}},
+                      {"pid", "name", "activation_policy"});
+    Json window = object({{"window_id", integer},
+                          {"frame", object({{"x", number}, {"y", number}, {"width", number}, {"height", number}},
+                                           {"x", "y", "width", "height"})}},
+                         {});
+    Json chosen = object({{"ok", okTrue}, {"app", string}, {"path", string}, {"kind", string}, {"method", string},
+                          {"strategy", string}, {"activated_app", boolean}, {"foreground_fallback", boolean}},
+                         {"ok", "path", "kind"});
+    std::map<std::string, Json> s;
+    s["list_apps"] = object({{"apps", {{"type", "array"}, {"items", app}}}}, {"apps"});
+    s["activate_app"] = object({{"ok", okTrue}, {"app", string}, {"pid", integer}}, {"ok", "app", "pid"});
+    // plugin and plugin-json give the listing's envelope; json the snapshot itself.
+    s["get_app_state"] = object({{"app", string},
+                                 {"pid", integer},
+                                 {"app_state", string},
+                                 {"bundle_identifier", string},
+                                 {"cache_path", string},
+                                 {"screenshot_path", string},
+                                 {"focused_element_index", integer},
+                                 {"window_id", integer},
+                                 {"window_title", {{"type", {"string", "null"}}}},
+                                 {"bundleIdentifier", string},
+                                 {"cachePath", string},
+                                 {"screenshotPath", string},
+                                 {"elements", {{"type", "array"}, {"items", {{"type", "object"}}}}},
+                                 {"window", {{"type", "object"}}}},
+                                {"app", "pid"});
+    s["click"] = object({{"ok", okTrue}, {"method", {{"type", "string"}, {"enum", {"ax", "mouse"}}}},
+                         {"element_index", integer}, {"screen_point", point}, {"image_point", point},
+                         {"element", element}},
+                        {"ok", "method"});
+    s["type_text"] = object({{"ok", okTrue}, {"app", string}, {"typed_length", integer}}, {"ok", "app", "typed_length"});
+    s["press_key"] = object({{"ok", okTrue}, {"app", string}, {"key", string}}, {"ok", "app", "key"});
+    s["set_value"] = object({{"ok", okTrue}, {"element_index", integer}, {"value", string}, {"element", element}},
+                            {"ok", "element_index", "value"});
+    s["perform_secondary_action"] = object(
+        {{"ok", okTrue}, {"element_index", integer}, {"action", string}, {"element", element}},
+        {"ok", "element_index", "action"});
+    Json frontmost = {{"type", {"object", "null"}},
+                      {"properties", {{"app", string}, {"bundle_identifier", string}, {"pid", integer}}}};
+    s["background_paste_clipboard"] = object({{"method", string},
+                                              {"activated_app", boolean},
+                                              {"explicitly_activated_app", boolean},
+                                              {"clicked_target", boolean},
+                                              {"restore_frontmost", boolean},
+                                              {"restored_frontmost", boolean},
+                                              {"frontmost_before", frontmost},
+                                              {"frontmost_after_click", frontmost},
+                                              {"frontmost_during_input", frontmost},
+                                              {"frontmost_after", frontmost},
+                                              {"frontmost_changed_during_input", boolean},
+                                              {"target_frontmost_after_click", boolean},
+                                              {"target_frontmost_during_input", boolean},
+                                              {"focus_policy", string},
+                                              {"keyboard_delivery", string},
+                                              {"screen_point", point},
+                                              {"selected_existing", boolean},
+                                              {"cleared_existing", boolean},
+                                              {"window", window},
+                                              {"screenshot_path", string}},
+                                             {"method", "screen_point", "keyboard_delivery"});
+    s["choose_open_panel_path"] = chosen;
+    s["choose_open_panel_bundle"] = chosen;
+    s["inspect_open_panel"] = object(
+        {{"panel_node_count", integer}, {"nodes", {{"type", "array"}, {"items", {{"type", "object"}}}}}},
+        {"panel_node_count", "nodes"});
+    s["scroll"] = object({{"ok", okTrue}, {"element_index", integer}, {"direction", string}, {"pages", integer},
+                          {"element", element}},
+                         {"ok", "element_index", "direction", "pages"});
+    s["drag"] = object({{"ok", okTrue}, {"from", point}, {"to", point}}, {"ok", "from", "to"});
+    return s;
+  }();
+  return schemas.at(tool);
+}
+
+// The command line prints some keys twice, in snake_case and camelCase; a structured
+// result keeps the snake_case one only ("windowID" goes when "window_id" is there).
+void dropCamelCaseTwins(Json& value) {
+  auto folded = [](const std::string& key) {
+    std::string out;
+    for (char c : key) {
+      if (c != '_') out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return out;
+  };
+  if (value.is_array()) {
+    for (Json& item : value) dropCamelCaseTwins(item);
+    return;
+  }
+  if (!value.is_object()) return;
+  std::map<std::string, int> forms;
+  for (auto it = value.begin(); it != value.end(); ++it) ++forms[folded(it.key())];
+  std::vector<std::string> twins;
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    bool camel = std::any_of(it.key().begin(), it.key().end(), [](char c) { return std::isupper(static_cast<unsigned char>(c)); });
+    if (camel && forms[folded(it.key())] > 1) twins.push_back(it.key());
+  }
+  for (const auto& key : twins) value.erase(key);
+  for (auto it = value.begin(); it != value.end(); ++it) dropCamelCaseTwins(it.value());
+}
+
 }  // namespace
 
 const std::vector<ToolEntry>& toolEntries() {
@@ -318,7 +452,18 @@ Json toolDescription(const ToolEntry& tool) {
   }
   Json schema = {{"type", "object"}, {"properties", properties}, {"additionalProperties", false}};
   if (!required.empty()) schema["required"] = required;
-  return {{"name", tool.name}, {"title", tool.title}, {"description", tool.description}, {"inputSchema", schema}};
+  ToolHints hints = hintsFor(tool.name);
+  Json annotations = {{"title", tool.title},
+                      {"readOnlyHint", hints.readOnly},
+                      {"destructiveHint", hints.destructive},
+                      {"idempotentHint", hints.idempotent},
+                      {"openWorldHint", false}};
+  return {{"name", tool.name},
+          {"title", tool.title},
+          {"description", tool.description},
+          {"inputSchema", schema},
+          {"outputSchema", outputSchemaFor(tool.name)},
+          {"annotations", annotations}};
 }
 
 McpServer::McpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch)
@@ -526,6 +671,7 @@ Json McpServer::callTool(const Json& params) {
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};
+  context.captureWindow = [this](const runtime::WindowCaptureRequest& request) { return captureInProcess(request); };
   std::optional<std::string> error;
   try {
     platform_.check();  // cancelled before its turn came: nothing is done
@@ -547,17 +693,27 @@ Json McpServer::callTool(const Json& params) {
   std::string text = output.out();
   if (!text.empty() && text.back() == '\n') text.pop_back();
   Json result = {{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", false}};
-  std::optional<Json> structured;
-  Json parsed = common::checkJsonText(text, 256) ? Json() : Json::parse(text, nullptr, false);
-  if (!parsed.is_discarded() && (parsed.is_object() || parsed.is_array())) {
-    structured = parsed.is_object() ? parsed : Json{{tool->name == "list_apps" ? "apps" : "result", parsed}};
-    if (context.result.actedOn && structured->is_object()) {
+  // The command's own value where it hands one over; else the JSON it printed (every
+  // other command prints one JSON document).
+  Json structured = context.result.value ? *context.result.value
+                    : common::checkJsonText(text, 256) ? Json()
+                                                       : Json::parse(text, nullptr, false);
+  bool printedJson = text.starts_with("{") || text.starts_with("[");
+  dropCamelCaseTwins(structured);
+  if (structured.is_array()) structured = Json{{tool->name == "list_apps" ? "apps" : "result", structured}};
+  if (structured.is_object()) {
+    if (context.result.actedOn) {
       const auto& e = *context.result.actedOn;
       Json element = {{"index", e.index}, {"role", e.role}};
       if (e.label) element["label"] = *e.label;
-      (*structured)["element"] = element;
+      structured["element"] = element;
     }
-    result["structuredContent"] = *structured;
+    result["structuredContent"] = structured;
+    // The text block carries the same JSON (the listing stays the listing).
+    if (printedJson) {
+      const Json& shown = tool->name == "list_apps" ? structured["apps"] : structured;
+      result["content"][0]["text"] = cli::formatJSON(shown, cli::JsonFlavor::encoder);
+    }
   }
   if (context.result.screenshotPath) {
     if (auto png = ownScreenshot(values_, *context.result.screenshotPath)) {
@@ -565,6 +721,25 @@ Json McpServer::callTool(const Json& params) {
     }
   }
   return result;
+}
+
+bool McpServer::captureInProcess(const runtime::WindowCaptureRequest& request) {
+  // The companion's own command, run here: the same discovery, time-outs, fallbacks and
+  // PNG, without starting a shell and a second process for every snapshot.
+  std::vector<std::string> arguments = {"capture"};
+  if (request.windowID) {
+    arguments.insert(arguments.end(), {"--window-id", std::to_string(*request.windowID)});
+  } else {
+    arguments.insert(arguments.end(), {"--pid", std::to_string(request.pid)});
+  }
+  arguments.insert(arguments.end(), {"--out", request.path});
+  capture::CaptureContext c{platform_, values_};
+  try {
+    capture::bwcExecuteCommand(c, arguments);
+    return true;
+  } catch (const std::exception&) {
+    return false;  // as the companion's failure: the system screenshot tool is tried next
+  }
 }
 
 int runMcpServer(const runtime::ProcessValues& values, platform::Platform& platform, Dispatcher dispatch, int input,

@@ -5,7 +5,10 @@
 // 2025-06-18 and 2025-11-25).
 //
 // A tool call runs the same handler as the command line, with its arguments mapped
-// onto the flag dictionary, so behaviour and messages are the same. The call's output
+// onto the flag dictionary, so behaviour and messages are the same. Results are also
+// structured (each key once) to each tool's output schema, and tools carry hints
+// (read-only, destructive, idempotent). get_app_state's screenshot is taken in this
+// process with the companion's capture code rather than by starting the companion. The call's output
 // goes into its result, never to standard output, which carries protocol messages only.
 // Each call starts from fresh state and ends by recording what it changed and letting
 // go of it (a simulated desktop is written back and unlocked), as a separate command
@@ -91,6 +94,8 @@ class McpServer {
   cli::Json callTool(const cli::Json& params);
   // Records a notifications/cancelled; cancels the call in progress when it is the one.
   void noteCancellation(const cli::Json& message);
+  // get_app_state's window screenshot, taken by the companion's capture code in this process.
+  bool captureInProcess(const runtime::WindowCaptureRequest& request);
 
   const runtime::ProcessValues& values_;
   CancellablePlatform platform_;

@@ -1,6 +1,10 @@
 #pragma once
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 #include "platform/platform.h"
 #include "runtime/output.h"
@@ -21,7 +25,20 @@ struct CommandResult {
     std::optional<std::string> label;
   };
   std::optional<Element> actedOn;
+  // The result as a value, for a command whose printed form is not that JSON (a
+  // server mode gives it as structured content).
+  std::optional<nlohmann::json> value;
 };
+
+// One window screenshot to take: the window by its number when known, else the
+// application's window by pid, written as a PNG to `path`.
+struct WindowCaptureRequest {
+  std::optional<uint32_t> windowID;
+  int32_t pid = 0;
+  std::string path;
+};
+// Takes it in the caller's own process; true when a whole image is at `path`.
+using WindowCapturer = std::function<bool(const WindowCaptureRequest&)>;
 
 // What a command handler works with: the start-up values, the platform and where its
 // results go.
@@ -30,6 +47,9 @@ struct CommandContext {
   platform::Platform& platform;
   Output& output;
   CommandResult result = {};
+  // A long-lived caller (the MCP server) captures in process instead of starting the
+  // companion capture tool for every snapshot; the command line leaves it empty.
+  WindowCapturer captureWindow = {};
 };
 
 }  // namespace tavlin::runtime

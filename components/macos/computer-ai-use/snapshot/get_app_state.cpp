@@ -115,7 +115,9 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
   if (root.frame) frame = platform::Rect{{root.frame->x, root.frame->y}, {root.frame->width, root.frame->height}};
   if (!frame && selected.quartzWindow) frame = selected.quartzWindow->frame;
   std::optional<CapturedImage> image;
-  if (cache == CacheUpdate::write) image = captureWindowImage(platform, context.values, app, selected.quartzWindow, frame);
+  if (cache == CacheUpdate::write) {
+    image = captureWindowImage(platform, context.values, app, selected.quartzWindow, frame, context.captureWindow);
+  }
 
   AppStateSnapshot& s = state.snapshot;
   s.app = app.localizedName ? *app.localizedName
@@ -146,6 +148,16 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
   return state;
 }
 
+cli::Json pluginEnvelope(const AppStateSnapshot& s) {
+  cli::Json envelope = {{"app_state", pluginText(s)}, {"app", s.app}, {"pid", s.pid}, {"cache_path", s.cachePath}};
+  if (s.bundleIdentifier) envelope["bundle_identifier"] = *s.bundleIdentifier;
+  if (s.screenshotPath) envelope["screenshot_path"] = *s.screenshotPath;
+  if (s.focusedElementIndex) envelope["focused_element_index"] = *s.focusedElementIndex;
+  if (s.window && s.window->windowID) envelope["window_id"] = *s.window->windowID;
+  if (s.window) envelope["window_title"] = s.window->title ? cli::Json(*s.window->title) : cli::Json(nullptr);
+  return envelope;
+}
+
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
@@ -158,21 +170,18 @@ void handleGetAppState(runtime::CommandContext& context, const std::string& appQ
   switch (format) {
     case AppStateFormat::plugin:
       context.output.standardOutput(pluginText(s) + "\n");
+      // The listing with its metadata, as the plugin-json envelope holds it.
+      context.result.value = pluginEnvelope(s);
       break;
     case AppStateFormat::json:
-      cli::writeJSON(context.output, encode(s));
+      context.result.value = encode(s);
+      cli::writeJSON(context.output, *context.result.value);
       break;
     case AppStateFormat::pluginJson:
-    case AppStateFormat::pluginJSON: {
-      cli::Json envelope = {{"app_state", pluginText(s)}, {"app", s.app}, {"pid", s.pid}, {"cache_path", s.cachePath}};
-      if (s.bundleIdentifier) envelope["bundle_identifier"] = *s.bundleIdentifier;
-      if (s.screenshotPath) envelope["screenshot_path"] = *s.screenshotPath;
-      if (s.focusedElementIndex) envelope["focused_element_index"] = *s.focusedElementIndex;
-      if (s.window && s.window->windowID) envelope["window_id"] = *s.window->windowID;
-      if (s.window) envelope["window_title"] = s.window->title ? cli::Json(*s.window->title) : cli::Json(nullptr);
-      cli::writeJSONObject(context.output, envelope);
+    case AppStateFormat::pluginJSON:
+      context.result.value = pluginEnvelope(s);
+      cli::writeJSONObject(context.output, *context.result.value);
       break;
-    }
   }
 }
 

@@ -30,6 +30,8 @@ std::string shortValue(const std::string& text, int64_t maxLength);
 std::string elementName(const ElementSnapshot& element);
 std::string describeElement(const ElementSnapshot& element);
 std::string pluginText(const AppStateSnapshot& snapshot);
+// The plugin-json envelope: the listing with the app, pid, window and cache paths.
+nlohmann::json pluginEnvelope(const AppStateSnapshot& snapshot);
 
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);

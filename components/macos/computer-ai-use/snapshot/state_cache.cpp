@@ -76,8 +76,14 @@ std::optional<std::string> integerText(double v) {
 // Runs the tools in turn until one leaves an image at `aside`.
 bool captureTo(platform::Platform& platform, const runtime::ProcessValues& values,
                const platform::RunningApplication& app, const std::optional<QuartzWindowInfo>& windowInfo,
-               const std::optional<platform::Rect>& fallbackFrame, const std::string& aside) {
-  if (common::exists(values.backgroundWindowCaptureScriptURL)) {
+               const std::optional<platform::Rect>& fallbackFrame, const std::string& aside,
+               const runtime::WindowCapturer& capturer) {
+  if (capturer) {
+    runtime::WindowCaptureRequest request{std::nullopt, app.pid, aside};
+    if (windowInfo) request.windowID = windowInfo->windowID;
+    if (capturer(request) && common::exists(aside)) return true;
+    ::unlink(aside.c_str());
+  } else if (common::exists(values.backgroundWindowCaptureScriptURL)) {
     platform::ProcessRequest request;
     request.executable = "/bin/zsh";
     request.arguments = {values.backgroundWindowCaptureScriptURL, "capture"};
@@ -127,7 +133,8 @@ std::optional<SizePayload> readImageSize(platform::Platform& platform, const std
 std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const runtime::ProcessValues& values,
                                                 const platform::RunningApplication& app,
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
-                                                const std::optional<platform::Rect>& fallbackFrame) {
+                                                const std::optional<platform::Rect>& fallbackFrame,
+                                                const runtime::WindowCapturer& capturer) {
   std::string path = screenshotFileURL(values, app);
   try {
     if (!common::createPrivateDirectories(values.cacheDirectoryURL,
@@ -140,7 +147,7 @@ std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, co
     // format by the extension, and nothing planted beside the cache can be followed.
     common::StagedFile staged(path);
     if (staged.ready() &&
-        captureTo(platform, values, app, windowInfo, fallbackFrame, staged.stagedPath()) && staged.commit(0600)) {
+        captureTo(platform, values, app, windowInfo, fallbackFrame, staged.stagedPath(), capturer) && staged.commit(0600)) {
       return CapturedImage{path, readImageSize(platform, path)};
     }
   } catch (const std::exception&) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "runtime/command_context.h"
 #include "runtime/process_values.h"
 #include "platform/platform.h"
 #include "snapshot/root_window.h"
@@ -35,14 +36,16 @@ struct CapturedImage {
   std::optional<SizePayload> size;
 };
 
-// Captures the window into the screenshot file: through the companion capture tool
-// when it is installed, else the system screenshot tool over the window's rectangle.
+// Captures the window into the screenshot file: through `capturer` when given (the
+// companion's capture code in this process), else the companion capture tool when it is
+// installed; then the system screenshot tool over the window's rectangle.
 // The image is written aside (0600) and moved into place only when it is whole.
 // Never fails the command: any failure gives nothing (and no stale file is left).
 std::optional<CapturedImage> captureWindowImage(platform::Platform& platform, const runtime::ProcessValues& values,
                                                 const platform::RunningApplication& app,
                                                 const std::optional<QuartzWindowInfo>& windowInfo,
-                                                const std::optional<platform::Rect>& fallbackFrame);
+                                                const std::optional<platform::Rect>& fallbackFrame,
+                                                const runtime::WindowCapturer& capturer = {});
 
 std::optional<SizePayload> readImageSize(platform::Platform& platform, const std::string& path);
 

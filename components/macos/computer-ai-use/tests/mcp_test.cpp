@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <thread>
 
 #include "entry/agent_tool.h"
@@ -27,7 +28,8 @@ const char* smallDesktop = R"({"tavlinDesktop": 1, "frontmostPid": 5,
 struct Server {
   tavlin::testing::TempDir dir;  // where each call writes the desktop back and keeps its cache
   explicit Server(const std::string& desktop = smallDesktop)
-      : platform(sim::SimDesktop::fromJson(nlohmann::ordered_json::parse(desktop), dir.file("desktop.json"), "")),
+      : platform(sim::SimDesktop::fromJson(nlohmann::ordered_json::parse(desktop), dir.file("desktop.json"),
+                                           dir.file("events.log"))),
         server(values, platform, entry::dispatchAgentCommand) {
     values.traversalAttributes = {"AXChildren", "AXWindows", "AXMainWindow", "AXFocusedWindow",
                                   "AXChildrenInNavigationOrder"};
@@ -36,6 +38,7 @@ struct Server {
     values.cacheDirectoryURL = dir.file("cache");
     values.keyTables = runtime::makeKeyTables();
   }
+  std::string events() { return tavlin::testing::readText(dir.file("events.log")); }
   std::optional<Json> send(const std::string& line) { return server.handleLine(line); }
   Json call(const std::string& name, const std::string& arguments) {
     return *send(R"({"jsonrpc": "2.0", "id": 7, "method": "tools/call", "params": {"name": ")" + name +
@@ -217,6 +220,139 @@ TEST(McpScreenshots, OnlyTheSnapshotsOwnImageIsSent) {
         R"({"jsonrpc": "2.0", "id": 7, "method": "tools/call", "params": {"name": "get_app_state", "arguments": {"app": "Scribe"}}})");
     EXPECT_EQ(reply["result"]["isError"], false) << swap.name;
     EXPECT_TRUE(imagesOf(reply).empty()) << swap.name;
+  }
+}
+
+TEST(McpScreenshots, TakenInProcessWithTheCompanionsFallbacks) {
+  // The companion is installed, but the server runs its capture code itself: no shell, no
+  // second process; ScreenCaptureKit first, the screenshot tool when it fails.
+  struct Case {
+    const char* name;
+    std::string settings;
+    bool screenshotToolRuns;
+    std::optional<std::pair<uint32_t, uint32_t>> pixels;  // the PNG's size; absent: no image
+  };
+  const std::string refused = R"("screenCaptureKit": {"shareableContent": "refused", "capture": "refused"},)";
+  const std::vector<Case> cases = {
+      {"ScreenCaptureKit answers", "", false, std::pair{900u, 640u}},
+      {"ScreenCaptureKit never answers", R"("screenCaptureKit": {"capture": "never"},)", true, std::pair{1800u, 1280u}},
+      {"ScreenCaptureKit refused", refused, true, std::pair{1800u, 1280u}},
+      {"nothing works", refused + R"("capture": {"screencapture": "fails"},)", true, std::nullopt},
+  };
+  for (const Case& c : cases) {
+    Server s(tavlin::testing::replaceAll(titledDesktop("Notes"), "\"tavlinDesktop\": 1,",
+                                         "\"tavlinDesktop\": 1, " + c.settings));
+    s.values.backgroundWindowCaptureScriptURL = std::string(TAVLIN_SOURCE_ROOT) + "/bin/background-window-capture";
+    Json reply = s.call("get_app_state", R"({"app": "Scribe"})");
+    ASSERT_EQ(reply["result"]["isError"], false) << c.name << reply.dump();
+    std::string log = s.events();
+    EXPECT_EQ(log.find("background-window-capture"), std::string::npos) << c.name << log;
+    EXPECT_EQ(log.find("program=/usr/sbin/screencapture") != std::string::npos, c.screenshotToolRuns) << c.name << log;
+    std::vector<std::string> images = imagesOf(reply);
+    if (!c.pixels) {
+      EXPECT_TRUE(images.empty()) << c.name;
+      EXPECT_FALSE(std::filesystem::exists(s.dir.file("cache/com.tavlin.example.scribe-4242.png"))) << c.name;
+      continue;
+    }
+    ASSERT_EQ(images.size(), 1u) << c.name;
+    std::string png = tavlin::testing::readText(s.dir.file("cache/com.tavlin.example.scribe-4242.png"));
+    EXPECT_EQ(images[0], mcp::base64(png)) << c.name;
+    ASSERT_GT(png.size(), 24u);
+    auto word = [&](size_t at) {
+      return (uint32_t(uint8_t(png[at])) << 24) | (uint32_t(uint8_t(png[at + 1])) << 16) |
+             (uint32_t(uint8_t(png[at + 2])) << 8) | uint32_t(uint8_t(png[at + 3]));
+    };
+    EXPECT_EQ(std::pair(word(16), word(20)), *c.pixels) << c.name;
+  }
+}
+
+namespace {
+
+// A key printed twice, in camelCase and snake_case, anywhere in the value.
+std::optional<std::string> doubledKey(const Json& value) {
+  if (value.is_array()) {
+    for (const Json& item : value) {
+      if (auto key = doubledKey(item)) return key;
+    }
+  }
+  if (!value.is_object()) return std::nullopt;
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    std::string snake;
+    for (char c : it.key()) snake += std::isupper(static_cast<unsigned char>(c)) ? std::string("_") + char(std::tolower(c)) : std::string(1, c);
+    if (snake != it.key() && (value.contains(snake) || value.contains(tavlin::testing::replaceAll(snake, "_i_d", "_id")))) {
+      return it.key();
+    }
+    if (auto key = doubledKey(it.value())) return key;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
+  Server s(titledDesktop("Notes"));
+  struct Hints {
+    bool readOnly, destructive, idempotent;
+  };
+  const std::map<std::string, Hints> expected = {
+      {"list_apps", {true, false, true}},          {"get_app_state", {true, false, true}},
+      {"inspect_open_panel", {true, false, true}}, {"activate_app", {false, false, true}},
+      {"click", {false, true, false}},             {"type_text", {false, true, false}},
+      {"press_key", {false, true, false}},         {"drag", {false, true, false}},
+      {"set_value", {false, true, true}},          {"background_paste_clipboard", {false, true, false}},
+      {"perform_secondary_action", {false, true, false}}, {"choose_open_panel_path", {false, true, false}},
+      {"choose_open_panel_bundle", {false, true, false}}, {"scroll", {false, false, false}},
+  };
+  Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/list"})"))["result"]["tools"];
+  ASSERT_EQ(tools.size(), expected.size());
+  for (const Json& tool : tools) {
+    std::string name = tool["name"];
+    ASSERT_TRUE(expected.contains(name)) << name;
+    const Hints& h = expected.at(name);
+    EXPECT_EQ(tool["annotations"]["readOnlyHint"], h.readOnly) << name;
+    EXPECT_EQ(tool["annotations"]["destructiveHint"], h.destructive) << name;
+    EXPECT_EQ(tool["annotations"]["idempotentHint"], h.idempotent) << name;
+    EXPECT_EQ(tool["annotations"]["openWorldHint"], false) << name;
+    EXPECT_EQ(tool["outputSchema"]["type"], "object") << name;
+    // get_app_state's covers both its envelope (snake_case) and its raw snapshot (camelCase).
+    if (name != "get_app_state") {
+      EXPECT_FALSE(doubledKey(tool["outputSchema"]["properties"]).has_value()) << name;
+    }
+  }
+
+  // Every result is structured, from the command's own value, with each key once; the
+  // text block carries the same JSON, except the listing, which stays text.
+  struct Call {
+    const char* tool;
+    const char* arguments;
+    std::vector<std::string> keys;  // some keys the structured result has
+  };
+  const std::vector<Call> calls = {
+      {"get_app_state", R"({"app": "Scribe"})", {"app_state", "window_id", "screenshot_path", "cache_path"}},
+      {"get_app_state", R"({"app": "Scribe", "format": "plugin-json"})", {"app_state", "window_title"}},
+      {"get_app_state", R"({"app": "Scribe", "format": "json"})", {"elements", "cachePath"}},
+      {"list_apps", "{}", {"apps"}},
+      {"click", R"({"app": "Scribe", "element_index": 6})", {"screen_point", "element_index", "element"}},
+      {"click", R"({"app": "Scribe", "x": 10, "y": 10})", {"screen_point", "image_point"}},
+      {"type_text", R"({"app": "Scribe", "text": "hi"})", {"typed_length"}},
+      {"background_paste_clipboard", R"({"app": "Scribe", "screen_x": 400, "screen_y": 300})",
+       {"screen_point", "frontmost_before", "window"}},
+  };
+  for (const Call& c : calls) {
+    Json result = s.call(c.tool, c.arguments)["result"];
+    ASSERT_EQ(result["isError"], false) << c.tool << result.dump();
+    const Json& structured = result["structuredContent"];
+    ASSERT_TRUE(structured.is_object()) << c.tool << c.arguments;
+    for (const auto& key : c.keys) EXPECT_TRUE(structured.contains(key)) << c.tool << " " << key;
+    EXPECT_EQ(doubledKey(structured).value_or(""), "") << c.tool << c.arguments;
+    std::string text = result["content"][0]["text"];
+    if (text.starts_with("Computer AI Use state")) {
+      EXPECT_EQ(structured["app_state"], text);
+    } else {
+      Json parsed = Json::parse(text);
+      if (std::string(c.tool) == "list_apps") parsed = Json{{"apps", parsed}};
+      EXPECT_EQ(parsed, structured) << c.tool;
+    }
   }
 }
 

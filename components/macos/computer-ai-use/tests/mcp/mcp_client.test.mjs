@@ -1,34 +1,42 @@
-// The MCP server driven by the official MCP SDK client over stdio, against a copy of
-// the example desktop. Run by scripts/test.sh with TAVLIN_BINARY set to the executable.
+// The MCP server driven by official MCP SDK clients over stdio (one pinned release per
+// protocol version) and by the MCP Inspector CLI, against a copy of the example desktop.
+// Run by scripts/test.sh with TAVLIN_BINARY set to the executable.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { mkdtempSync, copyFileSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join, resolve, dirname } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { execFile } from 'node:child_process';
+import { promisify } from 'node:util';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
+import Ajv from 'ajv';
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), '../../../../..');
 const binary = process.env.TAVLIN_BINARY ?? join(root, 'build/Tavlin');
 
-async function connect(dir) {
+function serverEnv(dir) {
   const desktop = join(dir, 'desktop.json');
   copyFileSync(join(root, 'examples/desktops/text-editor.json'), desktop);
-  const transport = new StdioClientTransport({
+  return {
+    PATH: process.env.PATH,
+    HOME: dir,
+    TAVLIN_EXECUTABLE: binary,
+    TAVLIN_SIM_DESKTOP: desktop,
+    TAVLIN_SIM_EVENT_LOG: join(dir, 'events.log'),
+    ASAN_OPTIONS: process.env.ASAN_OPTIONS ?? '',
+    UBSAN_OPTIONS: process.env.UBSAN_OPTIONS ?? '',
+  };
+}
+
+async function connect(dir, sdk = { Client, StdioClientTransport }) {
+  const transport = new sdk.StdioClientTransport({
     command: join(root, 'bin/tavlin-mcp'),
-    env: {
-      PATH: process.env.PATH,
-      HOME: dir,
-      TAVLIN_EXECUTABLE: binary,
-      TAVLIN_SIM_DESKTOP: desktop,
-      TAVLIN_SIM_EVENT_LOG: join(dir, 'events.log'),
-      ASAN_OPTIONS: process.env.ASAN_OPTIONS ?? '',
-      UBSAN_OPTIONS: process.env.UBSAN_OPTIONS ?? '',
-    },
+    env: serverEnv(dir),
     stderr: 'pipe',
   });
-  const client = new Client({ name: 'tavlin-tests', version: '1.0.0' });
+  const client = new sdk.Client({ name: 'tavlin-tests', version: '1.0.0' });
   await client.connect(transport);
   return { client, events: () => readFileSync(join(dir, 'events.log'), 'utf8') };
 }
@@ -73,7 +81,7 @@ test('an MCP client observes and acts on the example desktop', async () => {
 
     const click = await client.callTool({ name: 'click', arguments: { app: 'Scribe', element_index: 6 } });
     assert.equal(click.isError, false);
-    assert.deepEqual(click.structuredContent.screenPoint, { x: 154, y: 128 });
+    assert.deepEqual(click.structuredContent.screen_point, { x: 154, y: 128 });
     assert.match(events(), /hid left-mouse-down x=154 y=128 button=0 clickState=1\n/);
 
     const failed = await client.callTool({ name: 'click', arguments: { app: 'Nowhere', element_index: 1 } });
@@ -87,6 +95,117 @@ test('an MCP client observes and acts on the example desktop', async () => {
     assert.match(readFileSync(join(dir, 'desktop.json'), 'utf8'), /"frontmostPid": 4242/);
   } finally {
     await client.close();
+    rmSync(dir, { recursive: true, force: true });
+  }
+});
+
+// One pinned SDK release per protocol version; each speaks only its newest version, so
+// connecting at all shows the server agreed to it.
+const matrix = [
+  { protocol: '2024-11-05', pkg: 'sdk-2024-11-05' },
+  { protocol: '2025-03-26', pkg: 'sdk-2025-03-26' },
+  { protocol: '2025-06-18', pkg: 'sdk-2025-06-18' },
+  { protocol: '2025-11-25', pkg: '@modelcontextprotocol/sdk' },
+];
+
+for (const { protocol, pkg } of matrix) {
+  test(`an SDK client of protocol ${protocol} gets annotated tools and valid structured results`, async () => {
+    const sdk = {
+      ...(await import(`${pkg}/client/index.js`)),
+      ...(await import(`${pkg}/client/stdio.js`)),
+    };
+    const types = await import(`${pkg}/types.js`);
+    assert.equal(types.LATEST_PROTOCOL_VERSION, protocol);
+    const dir = mkdtempSync(join(tmpdir(), 'tavlin-mcp-'));
+    const { client } = await connect(dir, sdk);
+    try {
+      const { tools } = await client.listTools();
+      assert.equal(tools.length, 14);
+      const ajv = new Ajv({ strict: false });
+      const validators = {};
+      for (const tool of tools) {
+        assert.equal(typeof tool.annotations.readOnlyHint, 'boolean', tool.name);
+        assert.equal(typeof tool.annotations.destructiveHint, 'boolean', tool.name);
+        validators[tool.name] = ajv.compile(tool.outputSchema);
+      }
+      const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
+      for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel']) {
+        assert.equal(byName[name].annotations.readOnlyHint, true, name);
+        assert.equal(byName[name].annotations.idempotentHint, true, name);
+      }
+      for (const name of ['click', 'type_text', 'press_key', 'drag', 'background_paste_clipboard', 'set_value',
+                          'perform_secondary_action', 'choose_open_panel_path', 'choose_open_panel_bundle']) {
+        assert.equal(byName[name].annotations.destructiveHint, true, name);
+        assert.equal(byName[name].annotations.readOnlyHint, false, name);
+      }
+
+      const calls = [
+        ['list_apps', {}],
+        ['get_app_state', { app: 'Scribe' }],
+        ['get_app_state', { app: 'Scribe', format: 'plugin-json' }],
+        ['get_app_state', { app: 'Scribe', format: 'json' }],
+        ['click', { app: 'Scribe', element_index: 6 }],
+        ['click', { app: 'Scribe', x: 10, y: 10 }],
+        ['scroll', { app: 'Scribe', element_index: 12, direction: 'down' }],
+        ['set_value', { app: 'Scribe', element_index: 10, value: 'budget' }],
+        ['perform_secondary_action', { app: 'Scribe', element_index: 8, action: 'AXShowMenu' }],
+        ['type_text', { app: 'Scribe', text: 'hi' }],
+        ['press_key', { app: 'Scribe', key: 'cmd+s' }],
+        ['drag', { app: 'Scribe', from_x: 0, from_y: 0, to_x: 30, to_y: 0 }],
+        ['background_paste_clipboard', { app: 'Scribe', screen_x: 400, screen_y: 300 }],
+        ['activate_app', { app: 'Scribe' }],
+      ];
+      for (const [name, args] of calls) {
+        const result = await client.callTool({ name, arguments: args });
+        const what = `${name} ${JSON.stringify(args)}`;
+        assert.equal(result.isError, false, `${what}: ${result.content?.[0]?.text}`);
+        assert.ok(validators[name](result.structuredContent), `${what}: ${ajv.errorsText(validators[name].errors)}`);
+        const text = result.content[0].text;
+        if (!text.startsWith('Computer AI Use state')) {
+          const parsed = JSON.parse(text);
+          assert.deepEqual(name === 'list_apps' ? { apps: parsed } : parsed, result.structuredContent, what);
+        } else {
+          assert.equal(result.structuredContent.app_state, text);
+        }
+      }
+
+      // A value outside the schema: a tool result under 2025-11-25, an invalid-params error before.
+      const wrong = { name: 'click', arguments: { app: 'Scribe', element_index: 6, mouse_button: 'Right' } };
+      if (protocol === '2025-11-25') {
+        const result = await client.callTool(wrong);
+        assert.equal(result.isError, true);
+        assert.match(result.content[0].text, /mouse_button.*must be one of: left, right, middle/);
+      } else {
+        await assert.rejects(client.callTool(wrong), (e) => e.code === -32602);
+      }
+    } finally {
+      await client.close();
+      rmSync(dir, { recursive: true, force: true });
+    }
+  });
+}
+
+test('the MCP Inspector CLI lists the tools and calls one', async () => {
+  const dir = mkdtempSync(join(tmpdir(), 'tavlin-mcp-'));
+  try {
+    const env = serverEnv(dir);
+    // Run from its build folder: it looks for its package.json relative to the working folder.
+    const build = join(dirname(fileURLToPath(import.meta.url)), 'node_modules/@modelcontextprotocol/inspector-cli/build');
+    const run = async (...args) => {
+      const { stdout } = await promisify(execFile)(
+        process.execPath,
+        ['cli.js', '--cli', ...Object.entries(env).flatMap(([k, v]) => ['-e', `${k}=${v}`]),
+         join(root, 'bin/tavlin-mcp'), ...args],
+        { cwd: build, env: { ...process.env, ...env }, timeout: 60000 },
+      );
+      return JSON.parse(stdout.slice(stdout.indexOf('{')));
+    };
+    const { tools } = await run('--method', 'tools/list');
+    assert.equal(tools.length, 14);
+    const apps = await run('--method', 'tools/call', '--tool-name', 'list_apps');
+    assert.equal(apps.isError, false);
+    assert.equal(apps.structuredContent.apps[0].name, 'Scribe');
+  } finally {
     rmSync(dir, { recursive: true, force: true });
   }
 });
