@@ -233,10 +233,12 @@ void tapKeyToPid(platform::Platform& platform, int32_t pid, uint16_t code, uint6
   platform.clock().sleep(pause);
 }
 
-void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text) {
+void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text,
+                          const std::function<void()>& beforeEachScalar) {
   platform::Events& events = platform.events();
   // By scalar, with flags cleared so no modifier state leaks into the target.
   for (const std::u16string& scalar : common::scalarsUTF16(text)) {
+    if (beforeEachScalar) beforeEachScalar();
     for (bool keyDown : {true, false}) {
       auto event = events.createKeyboardEvent(0, keyDown);
       if (!event) throw cli::ToolError("Could not create pid-targeted key event");

@@ -5,6 +5,7 @@
 // are behaviour: applications rely on them to see distinct downs and ups and to
 // count clicks. Every failure is a failure to create an event, thrown as ToolError.
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -47,7 +48,8 @@ void postKeyEventToPid(platform::Platform& platform, int32_t pid, uint16_t keyCo
                        const std::optional<std::string>& unicodeText);
 void tapKeyToPid(platform::Platform& platform, int32_t pid, uint16_t keyCode, uint64_t flags,
                  const std::optional<std::string>& unicodeText, double pause = 0.05);
-void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text);
+void typeUnicodeTextToPid(platform::Platform& platform, int32_t pid, const std::string& text,
+                          const std::function<void()>& beforeEachScalar = {});
 void postMouseClickToPid(platform::Platform& platform, int32_t pid, platform::Point at, int64_t clickState);
 
 }  // namespace tavlin::input

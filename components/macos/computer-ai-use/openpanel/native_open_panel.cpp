@@ -39,20 +39,6 @@ bool inSet(const std::set<std::string>& set, const std::optional<std::string>& t
 
 bool identified(const NodeInfo& n, const char* identifier) { return n.identifier && *n.identifier == identifier; }
 
-constexpr uint16_t keyA = 0, keyG = 5, keyDelete = 51, keyReturn = 36;
-
-// One key of the go-to-folder sequence: down, a pause, up, a pause.
-void keyToPid(PanelContext& c, int32_t pid, uint16_t code, uint64_t flags, double afterUp) {
-  input::postKeyEventToPid(c.platform, pid, code, flags, true, std::nullopt);
-  c.platform.clock().sleep(0.02);
-  input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
-  c.platform.clock().sleep(afterUp);
-}
-
-}  // namespace
-
-namespace {
-
 // A list of column view: it sits (in its scroll area) inside the "ColumnView" browser;
 // its rows name their entries with text fields, as list view does.
 bool isColumn(PanelContext& c, const Element& list) {
@@ -146,8 +132,14 @@ Element waitForNativeOpenPanel(PanelContext& c, const Element& appElement, doubl
   throw cli::ToolError("Native Open panel not found within " + timeoutText(timeoutSeconds) + "s");
 }
 
-void waitForNativeOpenPanelToClose(PanelContext& c, const Element& appElement, double timeoutSeconds) {
-  if (pollUntil(c, timeoutSeconds, 0.12, [&] { return !findNativeOpenPanel(c, appElement); })) return;
+void waitForNativeOpenPanelToClose(PanelContext& c, const Element& appElement, double timeoutSeconds,
+                                   const std::function<void(const Element&)>& whileOpen) {
+  auto closed = [&] {
+    std::optional<Element> panel = findNativeOpenPanel(c, appElement);
+    if (panel && whileOpen) whileOpen(*panel);
+    return !panel;
+  };
+  if (pollUntil(c, timeoutSeconds, 0.12, closed)) return;
   throw cli::ToolError("Native Open panel did not close within " + timeoutText(timeoutSeconds) + "s");
 }
 
@@ -293,15 +285,6 @@ bool nativeOpenPanelChooseButtonEnabled(PanelContext& c, const Element& panel) {
 }
 
 // --- input ------------------------------------------------------------------
-
-void navigateNativeOpenPanelToPath(PanelContext& c, int32_t pid, const std::string& path) {
-  using namespace platform::eventflags;
-  keyToPid(c, pid, keyG, command | shift, 0.18);
-  keyToPid(c, pid, keyA, command, 0.04);
-  keyToPid(c, pid, keyDelete, 0, 0.04);
-  input::typeUnicodeTextToPid(c.platform, pid, path);
-  keyToPid(c, pid, keyReturn, 0, 0.35);
-}
 
 bool nativeOpenPanelPerformFirstAvailableAction(PanelContext& c, const std::vector<std::string>& actions,
                                                 const std::vector<Element>& elements) {

@@ -39,7 +39,9 @@ std::optional<Element> findNativeOpenPanelButton(PanelContext& c, const Element&
 // did not close within ...", "... condition not reached within ...".
 std::string timeoutText(double seconds);
 Element waitForNativeOpenPanel(PanelContext& c, const Element& appElement, double timeoutSeconds);
-void waitForNativeOpenPanelToClose(PanelContext& c, const Element& appElement, double timeoutSeconds);
+// `whileOpen` looks at the panel on each poll that still finds it, and throws to stop.
+void waitForNativeOpenPanelToClose(PanelContext& c, const Element& appElement, double timeoutSeconds,
+                                   const std::function<void(const Element&)>& whileOpen = {});
 // The condition's own error passes out unchanged.
 void waitForNativeOpenPanelCondition(PanelContext& c, double timeoutSeconds, const std::function<bool()>& condition,
                                      double intervalSeconds = 0.12);
@@ -61,9 +63,6 @@ bool nativeOpenPanelChooseButtonEnabled(PanelContext& c, const Element& panel);
 std::string entryLabel(PanelContext& c, const Element& element);
 
 // --- input ---
-// Cmd+Shift+G, Cmd+A, Delete, the path typed, Return, to the process, with the
-// sequence's own pauses. Throws "Could not create pid-targeted key event".
-void navigateNativeOpenPanelToPath(PanelContext& c, int32_t pid, const std::string& path);
 bool nativeOpenPanelPerformFirstAvailableAction(PanelContext& c, const std::vector<std::string>& actions,
                                                 const std::vector<Element>& elements);
 // Throws "Native Open panel click target has no visible frame".

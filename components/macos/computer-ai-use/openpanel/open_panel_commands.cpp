@@ -353,6 +353,29 @@ std::optional<Element> goToField(PanelContext& c, const Element& panel) {
   return any;
 }
 
+// Keys after Cmd+Shift+G are meant for the sheet's field: before each one the field
+// must still answer and not say it lost focus. A panel that went away meanwhile would
+// pass them on to the document behind it.
+void requireGoToField(PanelContext& c, const Element& panel, const Element& field) {
+  platform::AXCopyResult focus = c.view.accessibility().copyAttributeValue(field, "AXFocused");
+  bool answers = focus.error == platform::AXError::success || focus.error == platform::AXError::noValue ||
+                 focus.error == platform::AXError::attributeUnsupported;
+  bool unfocused = focus.error == platform::AXError::success && focus.value && focus.value->number() &&
+                   !focus.value->number()->truthValue();
+  if (answers && !unfocused) return;
+  requirePanel(c, panel);
+  throw cli::ToolError("Native Open panel Go to Folder sheet closed before the path was entered");
+}
+
+void keyToField(PanelContext& c, const Element& panel, const Element& field, int32_t pid, uint16_t code,
+                uint64_t flags, double afterUp) {
+  requireGoToField(c, panel, field);
+  input::postKeyEventToPid(c.platform, pid, code, flags, true, std::nullopt);
+  c.platform.clock().sleep(0.02);
+  input::postKeyEventToPid(c.platform, pid, code, flags, false, std::nullopt);
+  c.platform.clock().sleep(afterUp);
+}
+
 // The go-to-folder sheet, checked at every step: the panel is there before each key,
 // the keys wait until the sheet's field has focus (keys sent earlier are lost), the
 // field must hold the path (set through accessibility when typing was dropped) before
@@ -377,10 +400,9 @@ void goToFolder(PanelContext& c, const Element& panel, int32_t pid, const std::s
     requirePanel(c, panel);
     throw cli::ToolError("Native Open panel Go to Folder sheet did not open within " + timeoutText(step) + "s");
   }
-  keyToPanel(c, panel, pid, keyA, command, 0.04);
-  keyToPanel(c, panel, pid, keyDelete, 0, 0.04);
-  requirePanel(c, panel);
-  input::typeUnicodeTextToPid(c.platform, pid, path);
+  keyToField(c, panel, *field, pid, keyA, command, 0.04);
+  keyToField(c, panel, *field, pid, keyDelete, 0, 0.04);
+  input::typeUnicodeTextToPid(c.platform, pid, path, [&] { requireGoToField(c, panel, *field); });
   auto holdsPath = [&] {
     c.view.nextPoll();
     std::optional<Element> now = goToField(c, panel);
@@ -399,7 +421,7 @@ void goToFolder(PanelContext& c, const Element& panel, int32_t pid, const std::s
       throw cli::ToolError("Native Open panel Go to Folder field did not take the path: " + path);
     }
   }
-  keyToPanel(c, panel, pid, keyReturn, 0, 0.35);
+  keyToField(c, panel, *field, pid, keyReturn, 0, 0.35);
   c.platform.clock().sleep(0.25);
   try {
     waitForNativeOpenPanelCondition(c, step, [&] { return nativeOpenPanelTargetChosen(c, panel, path, isDirectory); });
@@ -418,6 +440,7 @@ void confirmChoice(PanelContext& c, const Element& appElement, const Element& pa
   if (!nativeOpenPanelTargetChosen(c, panel, path, isDirectory)) {
     throw cli::ToolError("Native Open panel selection is no longer " + path);
   }
+  std::optional<std::string> shownBefore = nativeOpenPanelShownFolder(c, panel);
   std::optional<Element> button = nativeOpenPanelChooseButton(c, panel);
   if (!button || !truth(c.view.info(*button).enabled)) {
     try {
@@ -437,7 +460,16 @@ void confirmChoice(PanelContext& c, const Element& appElement, const Element& pa
   } else {
     keyToPanel(c, panel, pid, keyReturn, 0, 0.12);
   }
-  waitForNativeOpenPanelToClose(c, appElement, 6.0);
+  // Only a close that follows the press is the choice. A panel that answered it by
+  // showing another folder (a folder in a panel that opens folders rather than choosing
+  // them) did not choose, and its closing later would be someone else's doing.
+  waitForNativeOpenPanelToClose(c, appElement, 6.0, [&](const Element& now) {
+    std::optional<std::string> shown = nativeOpenPanelShownFolder(c, now);
+    if (shown && (!shownBefore || !sameFile(*shown, *shownBefore))) {
+      throw cli::ToolError("Native Open panel opened the folder instead of choosing it (it may accept files only): " +
+                           path);
+    }
+  });
 }
 
 void writeChooseResult(runtime::CommandContext& context, const platform::RunningApplication& app,

@@ -251,3 +251,35 @@ TEST(OpenPanelTruth, ASymlinkedFolderIsShownWhereItLeads) {
   EXPECT_EQ(s.chosen(), std::vector<std::string>{s.files.file("real/Data/x.txt")});
   EXPECT_NE(s.events().find("open-panel-show folder=" + s.files.file("real/Data")), std::string::npos);
 }
+
+TEST(OpenPanelTruth, APanelClosedAtAnyMomentIsNeverAChoice) {
+  // The user dismisses the panel at every moment of each route in turn: the command
+  // either reports exactly what the panel recorded or fails, and no key reaches the
+  // host's document (typing the go-to-folder path used to go on after the panel left).
+  struct Route {
+    std::string options, target, command;
+  };
+  const std::vector<Route> routes = {
+      // A path inside a package: the go-to-folder sheet types it.
+      {"", "F/Tool.app/Contents/Resources/Long Named Folder/Info.plist", "choose-open-panel-path"},
+      // A folder in a panel that chooses files only: Open goes into it instead.
+      {"", "F/A/B", "choose-open-panel-path"},
+      {R"(, "chooses": "filesAndFolders")", "F/A/B", "choose-open-panel-path"},
+      {R"(, "goToDelay": 0.4, "openButtonLag": 0.5)", "G/A/x.txt", "choose-open-panel-path"},
+      {"", "F/A/Tool.app", "choose-open-panel-bundle"},
+  };
+  for (const Route& r : routes) {
+    for (int tenths = 1; tenths <= 40; ++tenths) {
+      std::string at = std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
+      Scene s({"F/Tool.app/Contents/Resources/Long Named Folder/Info.plist", "F/A/B/x.txt", "F/A/Tool.app/Contents/",
+               "G/A/x.txt"},
+              "F", r.options + R"(, "closesAfter": )" + at);
+      ToolRun run = s.desktop->run({r.command, "--app", "Editor", "--path", s.files.file(r.target)});
+      std::string what = r.target + r.options + " closing at " + at;
+      expectTruth(s, run, r.target, what);
+      if (run.status != 0) {
+        EXPECT_NE(run.err.find("Native Open panel"), std::string::npos) << what << ": " << run.err;
+      }
+    }
+  }
+}
