@@ -357,7 +357,7 @@ namespace {
 
 std::string capturedLine(const BWCWindowMatch& w, const std::string& path) {
   return "captured window " + std::to_string(w.windowID) + " (pid=" + std::to_string(w.pid) +
-         ", app=" + common::escapingControlCharacters(w.appName) + ") to " + common::escapingControlCharacters(path);
+         ", app=" + common::escapingFieldMarkers(w.appName, {") to "}) + ") to " + common::escapingControlCharacters(path);
 }
 
 // A watch's line: shown at once when the host streams, kept for the caller otherwise.

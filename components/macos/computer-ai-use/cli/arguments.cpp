@@ -82,18 +82,37 @@ std::optional<uint32_t> parseUInt32(std::string_view text) {
 }
 
 std::optional<double> parseDouble(std::string_view text) {
-  // Swift's Double(String) is strtod in the C locale that must consume the whole text,
-  // but it refuses leading whitespace, which strtod would skip.
-  if (text.empty() || text.front() == ' ' || (text.front() >= '\t' && text.front() <= '\r')) {
-    return std::nullopt;
+  // A plain decimal number only: optional sign, digits with an optional point, an
+  // optional exponent. strtod alone would also take leading blanks, hexadecimal,
+  // "inf" and "nan", which no one means as a coordinate or a number of seconds.
+  size_t i = 0, digits = 0;
+  auto skipDigits = [&] {
+    size_t start = i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - start;
+  };
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  digits += skipDigits();
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    digits += skipDigits();
   }
+  if (digits == 0) return std::nullopt;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+    if (skipDigits() == 0) return std::nullopt;
+  }
+  if (i != text.size()) return std::nullopt;
   std::string copy(text);
-  if (copy.find('\0') != std::string::npos) return std::nullopt;
+  return std::strtod(copy.c_str(), nullptr);  // the C locale's point; overflow gives infinity
+}
+
+bool startsLikeANumber(std::string_view text) {
+  std::string copy(text.substr(0, 64));
   char* end = nullptr;
-  errno = 0;
-  double value = std::strtod(copy.c_str(), &end);
-  if (end != copy.c_str() + copy.size()) return std::nullopt;
-  return value;
+  std::strtod(copy.c_str(), &end);
+  return end != copy.c_str();
 }
 
 ParsedCommand parseArguments(const std::vector<std::string>& arguments) {

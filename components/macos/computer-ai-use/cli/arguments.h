@@ -33,12 +33,17 @@ std::string requiredFlag(const Flags& flags, const FlagNames& names);
 std::optional<uint32_t> uint32Flag(const Flags& flags, const FlagNames& names);
 // Signed 64-bit; an absent value gives `fallback`, or the missing-flag error without one.
 int64_t intFlag(const Flags& flags, const FlagNames& names, std::optional<int64_t> fallback);
-// Required; parsed like Swift's Double(String), and finite.
+// Required; a plain decimal number (parseDouble), and finite.
 double doubleFlag(const Flags& flags, const FlagNames& names);
 
 // Number grammar shared by the readers, exposed for the other positional parsers.
 std::optional<int64_t> parseInt64(std::string_view text);
 std::optional<uint32_t> parseUInt32(std::string_view text);
+// Plain decimal only ("1.5", "-2", "+3e2", ".5"): no blanks, hexadecimal, "inf" or "nan".
+// Too large a number reads as infinity, for the caller's bounds to refuse.
 std::optional<double> parseDouble(std::string_view text);
+// Whether strtod would read a number from the start of `text` (after blanks), so that a
+// text it does not take as plain decimal is a malformed number rather than a word.
+bool startsLikeANumber(std::string_view text);
 
 }  // namespace tavlin::cli

@@ -44,7 +44,8 @@ struct Clicker {
   void report(bool trusted) {
     print(std::string("trusted: ") + (trusted ? "true" : "false"));
     print(std::string("trusted=") + (trusted ? "true" : "false") + " pid=" + std::to_string(::getpid()) +
-          " bundle=" + field(platform.workspace().mainBundlePath()) + " path=" + field(values.programPath));
+          " bundle=" + common::escapingFieldMarkers(platform.workspace().mainBundlePath(), {" path="}) +
+          " path=" + field(values.programPath));
   }
   // A value inside a printed line: it can neither end the line nor forge another one.
   static std::string field(const std::string& value) { return common::escapingControlCharacters(value); }
@@ -303,9 +304,10 @@ int commandAXList(Clicker& c, const std::vector<std::string>& args) {
   if (!o) return c.usage("usage: ax-list --pid PID [--role AXButton] [--contains TEXT]");
   int index = 0;
   for (const AXMatch& m : axWalk(c, *o)) {
-    // "]" is escaped in the role too, so that the prefix ends at the first "] title=".
+    // "]" is escaped in the role too, so that the prefix ends at the first "] title=", and
+    // a label's own " frame=(" is escaped, so that the frame starts at the first one.
     c.print("[" + std::to_string(index++) + " " + common::escapingControlCharacters(m.texts.role, "]") +
-            "] title=" + Clicker::field(m.texts.label().value_or("")) +
+            "] title=" + common::escapingFieldMarkers(m.texts.label().value_or(""), {" frame=("}) +
             " frame=" + frameText(c.platform.accessibility(), m.element));
   }
   return ok;
@@ -324,7 +326,8 @@ int commandAXPress(Clicker& c, const std::vector<std::string>& args) {
     c.eprint("ax-press: AXPress failed code=" + std::to_string(static_cast<int32_t>(result)));
     return failed;
   }
-  c.print(Clicker::field(found.front().texts.role) + " title=" + Clicker::field(found.front().texts.label().value_or("")));
+  c.print(common::escapingFieldMarkers(found.front().texts.role, {" title="}) + " title=" +
+          Clicker::field(found.front().texts.label().value_or("")));
   return ok;
 }
 

@@ -264,4 +264,16 @@ std::string utf8FromUTF16(const std::u16string& text) {
   return out;
 }
 
+std::string escapingFieldMarkers(std::string_view text, std::initializer_list<std::string_view> markers) {
+  std::string out = escapingControlCharacters(text);
+  for (std::string_view marker : markers) {
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned char>(marker.front()));
+    for (size_t at = 0; (at = out.find(marker, at)) != std::string::npos; at += marker.size() + 5) {
+      out.replace(at, 1, escape);
+    }
+  }
+  return out;
+}
+
 }  // namespace tavlin::common

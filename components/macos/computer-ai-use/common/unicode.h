@@ -2,6 +2,7 @@
 // Text operations that must count and compare the way the platform's strings do:
 // characters are extended grapheme clusters, lower-casing is Unicode's.
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,11 @@ std::string escapingLineBreaks(std::string_view text);
 // "]"). The value can then end neither its line nor its field, and reads back
 // unambiguously. Expects valid UTF-8 (the tool's texts are).
 std::string escapingControlCharacters(std::string_view text, std::string_view alsoEscaped = {});
+// The same, for a value followed in its line by a field marker (" frame=(", ") to "): each
+// occurrence of a marker inside the value has its first character escaped ("\u0020frame=("),
+// so a reader finds the real marker at its first occurrence. A value without a marker,
+// which is nearly every one, prints as it is.
+std::string escapingFieldMarkers(std::string_view text, std::initializer_list<std::string_view> markers);
 // The first `count` characters.
 std::string prefixCharacters(const std::string& text, int64_t count);
 

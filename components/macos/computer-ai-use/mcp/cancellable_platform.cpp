@@ -113,6 +113,23 @@ class GuardedAccessibility final : public Accessibility {
   Accessibility& inner_;
 };
 
+class GuardedProcesses final : public Processes {
+ public:
+  GuardedProcesses(const CancellablePlatform& owner, Processes& inner) : owner_(owner), inner_(inner) {}
+  ProcessResult run(const ProcessRequest& request) override {
+    owner_.check();
+    ProcessRequest guarded = request;
+    guarded.abandonWhen = [&] { return owner_.cancelled() || (request.abandonWhen && request.abandonWhen()); };
+    ProcessResult result = inner_.run(guarded);
+    owner_.check();
+    return result;
+  }
+
+ private:
+  const CancellablePlatform& owner_;
+  Processes& inner_;
+};
+
 }  // namespace
 
 // The guarded ports are made on first use: the inner platform may create its own
@@ -121,10 +138,23 @@ struct CancellablePlatform::Ports {
   std::unique_ptr<GuardedClock> clock;
   std::unique_ptr<GuardedEvents> events;
   std::unique_ptr<GuardedAccessibility> accessibility;
+  std::unique_ptr<GuardedProcesses> processes;
 };
 
-CancellablePlatform::CancellablePlatform(platform::Platform& inner) : inner_(inner), ports_(std::make_unique<Ports>()) {}
-CancellablePlatform::~CancellablePlatform() = default;
+CancellablePlatform::CancellablePlatform(platform::Platform& inner) : inner_(inner), ports_(std::make_unique<Ports>()) {
+  interruptWaitsWhen({});
+}
+CancellablePlatform::~CancellablePlatform() { inner_.interruptWaitsWhen({}); }
+
+void CancellablePlatform::interruptWaitsWhen(std::function<bool()> interrupted) {
+  interrupted_ = std::move(interrupted);
+  inner_.interruptWaitsWhen([this] { return cancelled_ || (interrupted_ && interrupted_()); });
+}
+
+platform::Processes& CancellablePlatform::processes() {
+  if (!ports_->processes) ports_->processes = std::make_unique<GuardedProcesses>(*this, inner_.processes());
+  return *ports_->processes;
+}
 
 void CancellablePlatform::check() const {
   if (cancelled_) throw cli::ToolError(cancelledMessage);

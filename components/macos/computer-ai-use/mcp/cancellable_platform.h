@@ -2,7 +2,9 @@
 // The platform as a server's tool call sees it: every port forwards to the real one,
 // but once the call is cancelled (the client's notifications/cancelled) its next wait,
 // posted event, accessibility action or value change throws a ToolError instead of
-// happening, so a cancelled call ends at its next poll and does nothing more.
+// happening, so a cancelled call ends at its next poll and does nothing more. Waits
+// outside the clock end too: a child process is ended, and the inner platform's own
+// waits (a simulated desktop's lock) are interrupted.
 #include <atomic>
 #include <memory>
 
@@ -30,14 +32,17 @@ class CancellablePlatform final : public platform::Platform {
   platform::WindowList& windowList() override { return inner_.windowList(); }
   platform::ScreenCapture& screenCapture() override { return inner_.screenCapture(); }
   platform::Clock& clock() override;
-  platform::Processes& processes() override { return inner_.processes(); }
+  platform::Processes& processes() override;
   platform::StatusBar& statusBar() override { return inner_.statusBar(); }
   void commit() override { inner_.commit(); }
   void checkpoint() override { inner_.checkpoint(); }
+  // Chained: the inner platform's waits end when this one is cancelled or `interrupted` holds.
+  void interruptWaitsWhen(std::function<bool()> interrupted) override;
 
  private:
   platform::Platform& inner_;
   std::atomic<bool> cancelled_{false};
+  std::function<bool()> interrupted_;
   struct Ports;
   std::unique_ptr<Ports> ports_;
 };

@@ -45,6 +45,9 @@ struct InvalidParams : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// 2^53 - 1: the largest integer a JSON number carries exactly in every client.
+constexpr double maxExactInteger = 9007199254740991.0;
+
 ToolParameter withBounds(ToolParameter p, std::optional<double> minimum, std::optional<double> maximum) {
   p.minimum = minimum;
   p.maximum = maximum;
@@ -70,7 +73,7 @@ ToolParameter elementIndex(bool required) {
           "The element's index in the latest get_app_state listing of the window. The element must still be the "
           "one listed there (same role, place, identifier and title, same window); otherwise nothing is done and "
           "the result asks for a new get_app_state.",
-          required, {}}, 0, std::nullopt);
+          required, {}}, 0, maxExactInteger);
 }
 ToolParameter titleContains() {
   return {"title_contains", "--title-contains", "string",
@@ -100,10 +103,10 @@ std::string valueText(const Json& value) {
 bool hasType(const Json& value, const std::string& type) {
   if (type == "string") return value.is_string();
   if (type == "boolean") return value.is_boolean();
+  // 3.0 is an integer too; how large one may be is the bounds' matter.
   if (type == "integer") {
-    return value.is_number_integer() ||
-           (value.is_number_float() && std::isfinite(value.get<double>()) &&
-            value.get<double>() == std::trunc(value.get<double>()) && std::fabs(value.get<double>()) < 9.0e15);
+    return value.is_number_integer() || (value.is_number_float() && std::isfinite(value.get<double>()) &&
+                                         value.get<double>() == std::trunc(value.get<double>()));
   }
   if (type == "number") return value.is_number();
   return false;
@@ -124,11 +127,18 @@ std::optional<std::string> boundsProblem(const ToolEntry& tool, const ToolParame
   }
   if (value.is_number()) {
     double v = value.get<double>();
-    if ((p.minimum && v < *p.minimum) || (p.maximum && v > *p.maximum)) {
-      if (p.minimum && p.maximum) {
-        return subject + " must be from " + boundText(*p.minimum) + " to " + boundText(*p.maximum);
+    // An integer beyond what every client and the command read exactly is out of bounds
+    // whatever the parameter's own are.
+    std::optional<double> minimum = p.minimum, maximum = p.maximum;
+    if (p.type == "integer") {
+      minimum = std::max(minimum.value_or(-maxExactInteger), -maxExactInteger);
+      maximum = std::min(maximum.value_or(maxExactInteger), maxExactInteger);
+    }
+    if ((minimum && v < *minimum) || (maximum && v > *maximum)) {
+      if (minimum && maximum) {
+        return subject + " must be from " + boundText(*minimum) + " to " + boundText(*maximum);
       }
-      return subject + (p.minimum ? " must be at least " + boundText(*p.minimum) : " must be at most " + boundText(*p.maximum));
+      return subject + (minimum ? " must be at least " + boundText(*minimum) : " must be at most " + boundText(*maximum));
     }
   }
   if (value.is_string()) {
@@ -545,7 +555,9 @@ bool McpServer::handleDuringCall(const std::string& line, std::optional<Json>& r
 std::optional<Json> McpServer::handleMessage(const std::string& line) {
   if (common::trimmed(line).empty()) return std::nullopt;
   if (line.size() > maxMessageBytes) return errorReply(nullptr, invalidRequest, "Request too large (over 4 MiB)");
-  if (common::checkJsonText(line, 64)) return errorReply(nullptr, parseError, "Parse error: nested too deeply");
+  if (auto problem = common::checkJsonText(line, 64)) {
+    return errorReply(nullptr, parseError, "Parse error: " + problem->message);
+  }
   Json message = Json::parse(line, nullptr, false);
   if (message.is_discarded()) return errorReply(nullptr, parseError, "Parse error");
   if (message.is_array() && protocol_ == batchVersion && !message.empty()) {

@@ -46,14 +46,15 @@ std::string expandingTilde(const std::string& path, const std::string& home) {
   return out;
 }
 
-// --timeout: seconds; absent, empty or not a number gives the default. A wait has a
-// bound: a negative, infinite or larger time-out is refused rather than waited out.
+// --timeout: seconds; absent, empty or a word gives the default. A wait has a bound: a
+// negative, infinite or larger time-out is refused rather than waited out, and so is a
+// number that is not plain decimal (" 5", "0x10", "nan", "5s") rather than guessed at.
 double timeoutFlag(const cli::Flags& flags, double fallback) {
   auto text = cli::flagValue(flags, {"--timeout"});
   if (!text) return fallback;
   std::optional<double> seconds = cli::parseDouble(*text);
-  if (!seconds || std::isnan(*seconds)) return fallback;
-  if (*seconds < 0 || *seconds > maxOpenPanelTimeout) {
+  if (!seconds && !cli::startsLikeANumber(*text)) return fallback;
+  if (!seconds || *seconds < 0 || *seconds > maxOpenPanelTimeout) {
     throw cli::ToolError("--timeout must be a number of seconds from 0 to 600, not " + common::escapingLineBreaks(*text));
   }
   return *seconds;

@@ -1,6 +1,7 @@
 #pragma once
 // The platform seam: one object that hands out the ports, and the factory that picks
 // the desktop to talk to. Nothing outside platform/ knows which one it got.
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -37,6 +38,10 @@ class Platform {
   // Called before running a child process that may use the same desktop, and between
   // the captures of a long watch.
   virtual void checkpoint() { commit(); }
+  // A wait that cannot go through the clock (a simulated desktop waiting for another
+  // process's lock on it) asks `interrupted` between its short pauses and ends with an
+  // error once it holds. Empty: such waits run their course.
+  virtual void interruptWaitsWhen(std::function<bool()> interrupted) { (void)interrupted; }
 };
 
 // The simulated desktop when TAVLIN_SIM_DESKTOP is set (or on a system without a real

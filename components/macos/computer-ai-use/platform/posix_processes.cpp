@@ -157,20 +157,21 @@ ProcessResult PosixProcesses::run(const ProcessRequest& request) {
                       : Clock::time_point::max();
   // Waits until the child has ended or `until` has come; true when it has ended.
   int status = 0;
-  auto waitForExit = [&](Clock::time_point until) {
+  auto waitForExit = [&](Clock::time_point until, bool mayAbandon) {
     for (;;) {
       pid_t reaped = ::waitpid(child, &status, WNOHANG);
       if (reaped == child || (reaped < 0 && errno != EINTR)) return true;
       auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
       if (left <= 0) return false;
-      transfer(static_cast<int>(std::min<long long>(left, request.whileWaiting ? 10 : 20)));
+      if (mayAbandon && request.abandonWhen && request.abandonWhen()) return false;
+      transfer(static_cast<int>(std::min<long long>(left, request.whileWaiting || request.abandonWhen ? 10 : 20)));
       if (request.whileWaiting) request.whileWaiting();
     }
   };
-  if (!waitForExit(deadline)) {
+  if (!waitForExit(deadline, true)) {
     result.timedOut = true;
     ::kill(child, SIGTERM);
-    if (!waitForExit(Clock::now() + std::chrono::seconds(5))) {
+    if (!waitForExit(Clock::now() + std::chrono::seconds(5), false)) {
       ::kill(child, SIGKILL);
       while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
       }

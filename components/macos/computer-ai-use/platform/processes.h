@@ -20,12 +20,15 @@ struct ProcessRequest {
   // Called between short waits (about every 0.01 s) until the child has ended: a caller on
   // the main thread turns its run loop there, so that its menus and timers stay alive.
   std::function<void()> whileWaiting;
+  // Asked between the same short waits: once it holds, the child is ended as at its
+  // time-out (the caller gave up on it).
+  std::function<bool()> abandonWhen;
 };
 
 struct ProcessResult {
   bool launched = false;
   std::string launchError;  // why it did not launch
-  bool timedOut = false;
+  bool timedOut = false;    // or abandoned
   int exitStatus = -1;      // exit code, or 128 + signal number
   std::string standardOutput;
   std::string standardError;

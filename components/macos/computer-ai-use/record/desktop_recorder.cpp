@@ -50,9 +50,45 @@ std::vector<std::string> recordedAttributes(const std::vector<std::string>& trav
   return names;
 }
 
-// Texts that name structure rather than content, kept by --redact. Identifiers and
-// role descriptions are not among them: web content fills both with its own texts.
-bool structuralText(const std::string& attribute) { return attribute == "AXRole" || attribute == "AXSubrole"; }
+// Texts that name structure rather than content, kept by --redact: the roles and
+// subroles the system defines (AXRoleConstants.h, and those WebKit and AppKit report).
+// Any other role or subrole, like identifiers and role descriptions, may be a page's
+// own text (an ARIA role is copied through), so it is redacted.
+bool structuralText(const std::string& attribute, const platform::AXAttributeValue& value) {
+  static const std::set<std::string> roles = {
+      "AXApplication", "AXSystemWide", "AXWindow", "AXSheet", "AXDrawer", "AXGrowArea", "AXImage", "AXUnknown",
+      "AXButton", "AXRadioButton", "AXCheckBox", "AXPopUpButton", "AXMenuButton", "AXTabGroup", "AXTable",
+      "AXColumn", "AXRow", "AXOutline", "AXBrowser", "AXScrollArea", "AXScrollBar", "AXRadioGroup", "AXList",
+      "AXGroup", "AXValueIndicator", "AXComboBox", "AXSlider", "AXIncrementor", "AXBusyIndicator",
+      "AXProgressIndicator", "AXRelevanceIndicator", "AXToolbar", "AXDisclosureTriangle", "AXTextField",
+      "AXTextArea", "AXStaticText", "AXHeading", "AXMenuBar", "AXMenuBarItem", "AXMenu", "AXMenuItem",
+      "AXSplitGroup", "AXSplitter", "AXColorWell", "AXTimeField", "AXDateField", "AXHelpTag", "AXMatte",
+      "AXDockItem", "AXRuler", "AXRulerMarker", "AXGrid", "AXLevelIndicator", "AXCell", "AXLayoutArea",
+      "AXLayoutItem", "AXHandle", "AXPopover", "AXLink", "AXWebArea", "AXOpaqueProviderGroup", "AXPage",
+      "AXImageMap", "AXListMarker", "AXMathRow", "AXDateTimeArea"};
+  static const std::set<std::string> subroles = {
+      "AXCloseButton", "AXMinimizeButton", "AXZoomButton", "AXToolbarButton", "AXFullScreenButton",
+      "AXSecureTextField", "AXTableRow", "AXOutlineRow", "AXUnknown", "AXStandardWindow", "AXDialog",
+      "AXSystemDialog", "AXFloatingWindow", "AXSystemFloatingWindow", "AXDecorative", "AXIncrementArrow",
+      "AXDecrementArrow", "AXIncrementPage", "AXDecrementPage", "AXSortButton", "AXSearchField", "AXTimeline",
+      "AXRatingIndicator", "AXContentList", "AXDefinitionList", "AXDescriptionList", "AXToggle", "AXSwitch",
+      "AXApplicationDockItem", "AXDocumentDockItem", "AXFolderDockItem", "AXMinimizedWindowDockItem",
+      "AXURLDockItem", "AXDockExtraDockItem", "AXTrashDockItem", "AXSeparatorDockItem",
+      "AXProcessSwitcherList", "AXTabButton", "AXTextAttachment", "AXTextLink", "AXLandmarkBanner",
+      "AXLandmarkComplementary", "AXLandmarkContentInfo", "AXLandmarkMain", "AXLandmarkNavigation",
+      "AXLandmarkRegion", "AXLandmarkSearch", "AXLandmarkForm", "AXApplicationAlert", "AXApplicationAlertDialog",
+      "AXApplicationDialog", "AXApplicationGroup", "AXApplicationLog", "AXApplicationMarquee",
+      "AXApplicationStatus", "AXApplicationTimer", "AXDocument", "AXDocumentArticle", "AXDocumentMath",
+      "AXDocumentNote", "AXUserInterfaceTooltip", "AXTabPanel", "AXWebApplication", "AXEmptyGroup",
+      "AXCodeStyleGroup", "AXDeleteStyleGroup", "AXInsertStyleGroup", "AXSubscriptStyleGroup",
+      "AXSuperscriptStyleGroup", "AXMathFraction", "AXMathRoot", "AXMathSquareRoot", "AXFileUploadButton",
+      "AXSectionListMarker", "AXSummary", "AXDetails", "AXTerm", "AXDescription", "AXMeter"};
+  const std::string* text = value.text();
+  if (!text) return false;
+  if (attribute == "AXRole") return roles.count(*text) != 0;
+  if (attribute == "AXSubrole") return subroles.count(*text) != 0;
+  return false;
+}
 
 // The action names the system defines (AXActionConstants.h, NSAccessibility's actions,
 // and the scroll and open actions of standard views), kept by --redact.
@@ -436,7 +472,7 @@ class Writer {
             r_.find(*slot.value->element()) == declarer_[i]) {
           continue;  // the declaring element is the parent
         }
-        if (auto v = value(*slot.value, !structuralText(name))) {
+        if (auto v = value(*slot.value, !structuralText(name, *slot.value))) {
           put(name, std::move(*v));
         } else if (derivable) {
           errors[name] = errorText(AXError::attributeUnsupported);
@@ -508,7 +544,11 @@ ordered_json windowsOf(platform::Platform& platform, const std::vector<platform:
     if (w.alpha != 1) j["alpha"] = w.alpha;
     std::optional<std::string> owner;
     if (auto it = owners.find(w.ownerPID); it != owners.end()) owner = it->second;
-    if (w.ownerName != owner) j["ownerName"] = w.ownerName ? ordered_json(*w.ownerName) : ordered_json(nullptr);
+    // Written only when it is not the recorded application's name (which is kept): then it
+    // names another process, or a window's own owner text, and is redacted like one.
+    if (w.ownerName != owner) {
+      j["ownerName"] = !w.ownerName ? ordered_json(nullptr) : ordered_json(redact ? redactedText(*w.ownerName) : *w.ownerName);
+    }
     if (w.name) j["name"] = redact ? redactedText(*w.name) : *w.name;
     if (!w.onscreen) j["onscreen"] = false;
     out.push_back(std::move(j));

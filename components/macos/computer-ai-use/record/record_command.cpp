@@ -141,7 +141,8 @@ int runDesktopRecorder(const runtime::ProcessValues& values, platform::Platform&
     Recording recording = recordDesktop(values, platform, options);
     std::string text = desktopText(recording.desktop);
     std::string summary =
-        "Recorded " + std::to_string(recording.elements) + " elements of " + common::escapingControlCharacters(options.app);
+        "Recorded " + std::to_string(recording.elements) + " elements of " +
+        common::escapingFieldMarkers(options.app, {" to ", " (truncated"});
     if (recording.truncated) summary += " (truncated at --max-elements " + std::to_string(options.maxElements) + ")";
     if (out) {
       // What the platform keeps of this run is written first and let go: a write-back at exit

@@ -54,13 +54,76 @@ int compareRuns(std::string_view a, std::string_view b) {
   return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
+int compareVersionRuns(std::string_view a, std::string_view b) {
+  std::vector<std::string_view> x = versionRuns(a), y = versionRuns(b);
+  for (size_t i = 0; i < x.size() && i < y.size(); ++i) {
+    if (int c = compareRuns(x[i], y[i])) return c;
+  }
+  return x.size() == y.size() ? 0 : (x.size() < y.size() ? -1 : 1);
+}
+
+// Pre-release identifiers, dot-separated: numeric ones by value and below any other,
+// others byte by byte; when one list is a prefix of the other, the shorter is lower.
+int comparePreRelease(std::string_view a, std::string_view b) {
+  auto numeric = [](std::string_view s) {
+    return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+  };
+  for (;;) {
+    std::string_view x = a.substr(0, a.find('.')), y = b.substr(0, b.find('.'));
+    int c = numeric(x) && numeric(y) ? compareRuns(x, y)
+            : numeric(x)             ? -1
+            : numeric(y)             ? 1
+                                     : compareRuns(x, y);
+    if (c) return c;
+    bool moreA = x.size() < a.size(), moreB = y.size() < b.size();
+    if (!moreA || !moreB) return moreA == moreB ? 0 : (moreA ? 1 : -1);
+    a.remove_prefix(x.size() + 1);
+    b.remove_prefix(y.size() + 1);
+  }
+}
+
+// Line breaks that some readers honour inside a line (NEL, U+2028, U+2029) as JSON
+// escapes; they occur only inside the dump's strings, where the escape means the same.
+std::string oneLineJson(const cli::Json& value) {
+  std::string text = value.dump(), out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    std::string_view rest = std::string_view(text).substr(i);
+    if (rest.starts_with("\xC2\x85")) {
+      out += "\\u0085";
+      i += 1;
+    } else if (rest.starts_with("\xE2\x80\xA8") || rest.starts_with("\xE2\x80\xA9")) {
+      out += rest[2] == '\xA8' ? "\\u2028" : "\\u2029";
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
 }  // namespace
 
 UpdaterFeed parseUpdaterFeed(std::string_view text) {
   if (common::checkJsonText(text, 64)) throw cli::ToolError("the feed is not valid JSON");
-  cli::Json feed = cli::Json::parse(text, nullptr, false);
+  // A key given twice at the top would be read as its last value by this parser and its
+  // first by others: such a feed is refused rather than read either way.
+  std::vector<std::string> keys;
+  std::optional<std::string> twice;
+  cli::Json::parser_callback_t noteKeys = [&](int depth, cli::Json::parse_event_t event, cli::Json& parsed) {
+    if (event == cli::Json::parse_event_t::key && depth == 1 && parsed.is_string()) {
+      const std::string& key = parsed.get_ref<const std::string&>();
+      if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
+        if (!twice) twice = key;
+      } else {
+        keys.push_back(key);
+      }
+    }
+    return true;
+  };
+  cli::Json feed = cli::Json::parse(text, noteKeys, false);
   if (feed.is_discarded()) throw cli::ToolError("the feed is not valid JSON");
   if (!feed.is_object()) throw cli::ToolError("the feed is not a JSON object");
+  if (twice) throw cli::ToolError("the feed names \"" + common::escapingControlCharacters(*twice) + "\" twice");
   UpdaterFeed out;
   std::optional<std::string> version = optionalString(feed, "version");
   if (!version || version->empty()) throw cli::ToolError("the feed names no version");
@@ -94,11 +157,19 @@ bool isAcceptedDownloadURL(const std::string& url) {
 }
 
 bool isNewerVersion(const std::string& candidate, const std::string& current) {
-  std::vector<std::string_view> a = versionRuns(candidate), b = versionRuns(current);
-  for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
-    if (int c = compareRuns(a[i], b[i])) return c > 0;
-  }
-  return a.size() > b.size();
+  // Semantic versioning's precedence: build metadata ("+...") is ignored, and a
+  // pre-release ("-...") comes before the release it leads to.
+  auto split = [](std::string_view v) {
+    v = v.substr(0, v.find('+'));
+    size_t dash = v.find('-');
+    return std::pair(v.substr(0, dash), dash == std::string_view::npos ? std::optional<std::string_view>()
+                                                                       : std::optional(v.substr(dash + 1)));
+  };
+  auto [coreA, preA] = split(candidate);
+  auto [coreB, preB] = split(current);
+  if (int c = compareVersionRuns(coreA, coreB)) return c > 0;
+  if (!preA || !preB) return !preA && preB;
+  return comparePreRelease(*preA, *preB) > 0;
 }
 
 int runUpdaterFeedReader(runtime::Output& output, const std::vector<std::string>& arguments) {
@@ -112,8 +183,8 @@ int runUpdaterFeedReader(runtime::Output& output, const std::vector<std::string>
     std::optional<std::string> text = common::readRegularFile(path, maxUpdaterFeedBytes, problem);
     if (!text) throw cli::ToolError("could not read the feed " + path + " (" + problem + ")");
     UpdaterFeed feed = parseUpdaterFeed(*text);
-    auto value = [](const std::optional<std::string>& s) { return s ? cli::Json(*s).dump() : std::string("null"); };
-    output.standardOutput(cli::Json(feed.version).dump() + "\n" + value(feed.url) + "\n" + value(feed.notes) + "\n" +
+    auto value = [](const std::optional<std::string>& s) { return s ? oneLineJson(cli::Json(*s)) : std::string("null"); };
+    output.standardOutput(oneLineJson(cli::Json(feed.version)) + "\n" + value(feed.url) + "\n" + value(feed.notes) + "\n" +
                           (isNewerVersion(feed.version, arguments[1]) ? "true" : "false") + "\n");
     return 0;
   } catch (const cli::ToolError& error) {

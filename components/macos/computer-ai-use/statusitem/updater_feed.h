@@ -22,7 +22,8 @@ struct UpdaterFeed {
   std::optional<std::string> notes;
 };
 
-// Only the top-level keys count; others are ignored. "version" is required: a
+// Only the top-level keys count; others are ignored, and a key given twice is refused
+// (parsers disagree on which one counts). "version" is required: a
 // non-empty string of at most 256 bytes without spaces or control characters. "url" and "notes"
 // are optional strings; the url must be acceptable (isAcceptedDownloadURL). Throws
 // ToolError with one line saying what is wrong.
@@ -34,16 +35,19 @@ UpdaterFeed parseUpdaterFeed(std::string_view text);
 // this machine.
 bool isAcceptedDownloadURL(const std::string& url);
 
-// Whether `candidate` is a later version than `current`. Versions are compared as
-// runs of digits (by numeric value) and runs of other characters (byte by byte), from
-// the left; a version that is a prefix of the other is the earlier one, and an empty
-// `current` is earlier than any version.
+// Whether `candidate` is a later version than `current`, by semantic versioning's
+// precedence: build metadata (from "+") is ignored; the part before the first "-" is
+// compared as runs of digits (by numeric value) and runs of other characters (byte by
+// byte), from the left, a version that is a prefix of the other being the earlier one
+// and an empty one earlier than any; with equal parts, a pre-release (after the "-")
+// is earlier than the release ("1.2.0-beta" < "1.2.0"), and two pre-releases compare
+// by their dot-separated identifiers.
 bool isNewerVersion(const std::string& candidate, const std::string& current);
 
 // "__updater-feed FILE CURRENT_VERSION": reads FILE (a regular file of at most
 // maxUpdaterFeedBytes; a FIFO or a device is refused without waiting) and prints four
 // lines: the version and the url and notes as JSON values (a string, or null when
-// absent), then "true" or "false" for whether the version is newer than
+// absent; NEL, U+2028 and U+2029 escaped, so each stays one line for every reader), then "true" or "false" for whether the version is newer than
 // CURRENT_VERSION. On failure prints one line on standard error and returns 1.
 int runUpdaterFeedReader(runtime::Output& output, const std::vector<std::string>& arguments);
 

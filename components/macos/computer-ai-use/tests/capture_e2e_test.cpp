@@ -71,6 +71,9 @@ TEST(BackgroundCapture, OptionMessages) {
       {{"watch", "--count", "1.5"}, "--count requires a positive integer"},
       {{"list", "--timeout", "-1"}, "--timeout requires a positive number"},
       {{"list", "--timeout", "nan"}, "--timeout requires a positive number"},
+      // Plain decimal numbers only.
+      {{"capture", "--pid", "1", "--timeout", "0x10"}, "--timeout requires a positive number"},
+      {{"watch", "--interval", "2s"}, "--interval requires a positive number"},
       {{"list", "--verbose"}, "unknown argument: --verbose"},
       {{"snap"}, "unknown command: snap"},
       // Checked before any window is searched: no desktop is needed.

@@ -120,12 +120,13 @@ TEST(FlagReaders, Doubles) {
   };
   const std::vector<Case> cases = {
       {"1.5", 1.5},     {"-2", -2.0},   {"+3.25", 3.25},        {"1e3", 1000.0},       {".5", 0.5},
-      {"5.", 5.0},      {"0x10", 16.0}, {" 5", std::nullopt},   {"5 ", std::nullopt},  {"", std::nullopt},
-      {"1,5", std::nullopt}, {"abc", std::nullopt}, {"1.0.0", std::nullopt},
+      {"5.", 5.0},      {"0x10", std::nullopt}, {" 5", std::nullopt},   {"5 ", std::nullopt},  {"", std::nullopt},
+      {"1,5", std::nullopt}, {"abc", std::nullopt}, {"1.0.0", std::nullopt}, {"inf", std::nullopt},
+      {"nan", std::nullopt}, {"-Infinity", std::nullopt}, {".", std::nullopt}, {"1e", std::nullopt},
+      {"e5", std::nullopt}, {"-", std::nullopt}, {"0x1p4", std::nullopt}, {"1e-2", 0.01}, {"\t5", std::nullopt},
   };
   for (const auto& c : cases) EXPECT_EQ(parseDouble(c.text), c.value) << c.text;
-  EXPECT_TRUE(std::isinf(*parseDouble("inf")));
-  EXPECT_TRUE(std::isnan(*parseDouble("nan")));
+  EXPECT_TRUE(std::isinf(*parseDouble("1e999")));
   EXPECT_EQ(toolErrorOf([] { doubleFlag(Flags{{"--screen_x", "ten"}}, {"--screen-x", "--screen_x"}); }),
             "--screen-x / --screen_x expects a number");
   for (const char* notFinite : {"inf", "-Infinity", "nan", "1e999"}) {

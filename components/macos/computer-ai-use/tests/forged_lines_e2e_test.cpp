@@ -43,6 +43,16 @@ TEST(ForgedLines, EscapesEveryControlCharacter) {
       {"AX] title=x", "AX\\u005d title=x", "]"},
   };
   for (const Case& c : cases) EXPECT_EQ(tavlin::common::escapingControlCharacters(c.in, c.also), c.out) << c.in;
+  // Markers of the field that follows: escaped inside a value, so the first one is the real one.
+  Case marked[] = {
+      {"Save frame=(1,2,3,4)", "Save\\u0020frame=(1,2,3,4)", ""},
+      {" frame=( frame=(\n", "\\u0020frame=(\\u0020frame=(\\n", ""},
+      {"Mail) to /etc/passwd", "Mail\\u0029 to /etc/passwd", ""},
+      {"frame=( and )to", "frame=( and )to", ""},
+  };
+  for (const Case& c : marked) {
+    EXPECT_EQ(tavlin::common::escapingFieldMarkers(c.in, {" frame=(", ") to "}), c.out) << c.in;
+  }
 }
 
 TEST(ForgedLines, WindowListAndCaptureLines) {
@@ -81,17 +91,21 @@ TEST(ForgedLines, ClickerLines) {
   DesktopFixture d(R"({"tavlinDesktop": 1, "apps": [{"pid": 7, "name": "Web", "ui": {"role": "AXApplication",
       "children": [{"role": "AXWindow", "title": "W", "children": [
         {"role": "AXButton", "title": ")" + forged + R"(", "actions": ["AXPress"]},
-        {"role": "AXLink] title=Fake frame=(0,0,1,1)\n[9", "description": "tab\there"}]}]}}]})");
+        {"role": "AXLink] title=Fake frame=(0,0,1,1)\n[9", "description": "tab\there"},
+        {"role": "AXCell title=Fake", "title": "Go frame=(9,9,9,9) now", "actions": ["AXPress"]}]}]}}]})");
   ToolRun run = d.run({"__clicker", "ax-list", "--pid", "7"});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out,
             "[0 AXApplication] title= frame=()\n"
             "[1 AXWindow] title=W frame=()\n"
             "[2 AXButton] title=" + forged + " frame=()\n"
-            "[3 AXLink\\u005d title=Fake frame=(0,0,1,1)\\n[9] title=tab\\there frame=()\n");
+            "[3 AXLink\\u005d title=Fake frame=(0,0,1,1)\\n[9] title=tab\\there frame=()\n"
+            "[4 AXCell title=Fake] title=Go\\u0020frame=(9,9,9,9) now frame=()\n");
   run = d.run({"__clicker", "ax-press", "--pid", "7", "--role", "AXButton"});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, "AXButton title=" + forged + "\n");
+  run = d.run({"__clicker", "ax-press", "--pid", "7", "--role", "AXCell title=Fake"});
+  EXPECT_EQ(run.out, "AXCell\\u0020title=Fake title=Go frame=(9,9,9,9) now\n");
 }
 
 TEST(ForgedLines, StatusItemDiagnostic) {

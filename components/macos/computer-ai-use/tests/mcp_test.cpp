@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -79,7 +80,29 @@ TEST(McpProtocol, BadMessagesGetTheirErrors) {
       {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"colour": "red"}}})",
        "-32602 Invalid params: unknown argument \"colour\" for tool click (it takes: app, element_index, x, y, "
        "click_count, mouse_button, title_contains, window_id)"},
-      {std::string(100, '[') + std::string(100, ']'), "-32700 Parse error: nested too deeply"},
+      {std::string(100, '[') + std::string(100, ']'), "-32700 Parse error: nested deeper than 64 levels"},
+      // Numbers: one no double holds is a parse error that says so; an id must be a whole one.
+      {R"({"jsonrpc": "2.0", "id": 1e400, "method": "ping"})", "-32700 Parse error: the number 1e400 is too large"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "ping", "params": {"x": -1e999}})",
+       "-32700 Parse error: the number -1e999 is too large"},
+      {R"({"jsonrpc": "2.0", "id": 1.5, "method": "ping"})", "-32600 Invalid Request: the id must be a string or an integer"},
+      {R"({"jsonrpc": "2.0", "id": 18446744073709551616, "method": "ping"})",
+       "-32600 Invalid Request: the id must be a string or an integer"},
+      // Integer arguments: whole numbers a client carries exactly, within the parameter's bounds.
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"element_index": 9223372036854775808}}})",
+       "-32602 Invalid params: argument \"element_index\" of tool click must be from 0 to 9007199254740991"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"element_index": 9007199254740992}}})",
+       "-32602 Invalid params: argument \"element_index\" of tool click must be from 0 to 9007199254740991"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"element_index": -9223372036854775809}}})",
+       "-32602 Invalid params: argument \"element_index\" of tool click must be from 0 to 9007199254740991"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"element_index": 1e300}}})",
+       "-32602 Invalid params: argument \"element_index\" of tool click must be from 0 to 9007199254740991"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"window_id": 4294967296}}})",
+       "-32602 Invalid params: argument \"window_id\" of tool click must be from 0 to 4294967295"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"click_count": 2.5}}})",
+       "-32602 Invalid params: argument \"click_count\" of tool click must be an integer"},
+      {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "scroll", "arguments": {"pages": -0.5}}})",
+       "-32602 Invalid params: argument \"pages\" of tool scroll must be an integer"},
       // A version of any other type is refused like a wrong one, never a fault.
       {R"({"jsonrpc": 2, "id": 1, "method": "ping"})", "-32600 Invalid Request"},
       {R"({"jsonrpc": null, "id": 1, "method": "ping"})", "-32600 Invalid Request"},
@@ -363,11 +386,12 @@ struct LiveServer {
   int toServer[2] = {-1, -1}, fromServer[2] = {-1, -1};
   Server s;
   std::thread thread;
-  explicit LiveServer(mcp::Dispatcher dispatch) {
+  // On `platform` when given, else on the small desktop.
+  explicit LiveServer(mcp::Dispatcher dispatch, platform::Platform* platform = nullptr) {
     EXPECT_EQ(::pipe(toServer), 0);
     EXPECT_EQ(::pipe(fromServer), 0);
-    thread = std::thread([this, dispatch] {
-      mcp::runMcpServer(s.values, s.platform, dispatch, toServer[0], fromServer[1]);
+    thread = std::thread([this, dispatch, platform] {
+      mcp::runMcpServer(s.values, platform ? *platform : s.platform, dispatch, toServer[0], fromServer[1]);
       ::close(fromServer[1]);
     });
   }
@@ -445,6 +469,45 @@ TEST(McpCancellation, ACancelledCallEndsAtItsNextWaitAndPingsAreAnsweredMeanwhil
   live.close();
 }
 
+TEST(McpCancellation, WaitsOutsideTheClockEndToo) {
+  // Another process holds the desktop's lock (the call would wait a minute for it), or the
+  // call waits for a child process: cancelled, either ends at once.
+  tavlin::testing::TempDir dir;
+  sim::SimSettings settings;
+  settings.desktopPath = dir.file("desktop.json");
+  settings.homeDirectory = dir.path();
+  settings.lockWaitSeconds = 60;
+  tavlin::testing::writeText(*settings.desktopPath, smallDesktop);
+  int holder = ::open((*settings.desktopPath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+  sim::SimPlatform platform(settings);
+  std::atomic<bool> started{false};
+  std::atomic<int> calls{0};
+  mcp::Dispatcher waiting = [&](runtime::CommandContext& c, const std::string& command, const cli::Flags& flags) {
+    started = true;
+    if (calls++ == 0) return entry::dispatchAgentCommand(c, command, flags);
+    platform::ProcessRequest sleeping;
+    sleeping.executable = "/bin/sleep";
+    sleeping.arguments = {"60"};
+    sleeping.timeoutSeconds = 120;
+    c.platform.processes().run(sleeping);
+  };
+  LiveServer live(waiting, &platform);
+  for (const char* waitingFor : {"the lock", "a child"}) {
+    started = false;
+    live.send(R"({"jsonrpc": "2.0", "id": 44, "method": "tools/call", "params": {"name": "list_apps"}})");
+    while (!started) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // well into its wait
+    auto start = std::chrono::steady_clock::now();
+    live.send(R"({"jsonrpc": "2.0", "method": "notifications/cancelled", "params": {"requestId": 44}})");
+    Json ended = live.next();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << waitingFor;
+    EXPECT_EQ(ended["result"]["content"][0]["text"], mcp::cancelledMessage) << waitingFor;
+  }
+  live.close();
+  ::close(holder);
+}
+
 TEST(McpSnapshotBinding, IndicesMeanTheSnapshottedWindowAndResultsNameTheElement) {
   Server s(R"({"tavlinDesktop": 1, "frontmostPid": 5, "apps": [{"pid": 5, "name": "P", "ui": {
     "role": "AXApplication", "attributes": {"AXFocusedWindow": {"ref": "main"}, "AXMainWindow": {"ref": "main"}},
@@ -485,7 +548,7 @@ TEST(McpArguments, EveryMistakeIsCaughtBeforeTheCommandInTheToolsOwnWords) {
       {{"press_key", R"({"app": "P", "key": ""})"}, "argument \"key\" of tool press_key must not be empty"},
       {{"click", R"({"app": "P", "x": 1, "y": 1, "mouse_button": "Right"})"},
        "argument \"mouse_button\" of tool click must be one of: left, right, middle"},
-      {{"click", R"({"app": "P", "element_index": -1})"}, "argument \"element_index\" of tool click must be at least 0"},
+      {{"click", R"({"app": "P", "element_index": -1})"}, "argument \"element_index\" of tool click must be from 0 to 9007199254740991"},
       {{"click", R"({"app": "P", "x": 1, "y": 1, "click_count": 101})"},
        "argument \"click_count\" of tool click must be from 1 to 100"},
       {{"click", R"({"app": "", "x": 1, "y": 1})"}, "argument \"app\" of tool click must not be empty"},

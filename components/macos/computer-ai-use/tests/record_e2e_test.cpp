@@ -48,7 +48,9 @@ const char* trickyDesktop = R"({
                     {"role": "AXUnknown", "value": {"other": "CFData"}, "attributes": {"AXFilename": ["a", "b"]},
                      "title": null},
                     {"role": "AXValueIndicator", "value": {"rect": [1, 2, 3, 4]}},
-                    {"role": "AXSlider", "value": {"float32": 0.7}}
+                    {"role": "AXSlider", "value": {"float32": 0.7}},
+                    {"role": "Carol's inbox", "subrole": "DavesFolder"},
+                    {"role": "AXGroup", "subrole": "AXLandmarkMain"}
                   ]},
                  {"id": "g2", "role": "AXGroup", "description": "right pane",
                   "attributes": {"AXChildren": [{"ref": "shared"}, {"ref": "g1"}, {"ref": "right"}]},
@@ -62,7 +64,8 @@ const char* trickyDesktop = R"({
   "windows": [
     {"number": 31, "pid": 900, "bounds": [0, 25, 400, 300], "name": "First"},
     {"number": 32, "pid": 900, "bounds": [500, 25, 300, 200], "name": "Second", "alpha": 0.5},
-    {"number": 1, "pid": 7, "bounds": [0, 0, 1280, 800], "layer": -2147483624, "ownerName": null, "onscreen": false}
+    {"number": 1, "pid": 7, "bounds": [0, 0, 1280, 800], "layer": -2147483624, "ownerName": null, "onscreen": false},
+    {"number": 2, "pid": 7, "bounds": [0, 0, 10, 10], "ownerName": "Eve's helper"}
   ]
 })";
 
@@ -230,14 +233,20 @@ TEST(DesktopRecorder, RedactionKeepsStructureAndLengths) {
   ASSERT_EQ(r.record("original.json", "Tricky", "redacted.json", {"--redact"}).status, 0);
   std::string text = readText(r.dir.file("redacted.json"));
   // Identifiers, role descriptions and custom action names carry web content's texts.
+  // Roles and subroles outside the system's set, and window owners other than the
+  // recorded applications, likewise.
   for (const char* secret : {"hello", "Shared", "left pane", "First", "a%20b", "count", "Bob", "Alice", "0x600003",
-                             "replyTo", "Archive"}) {
+                             "replyTo", "Archive", "Carol", "Dave", "Eve"}) {
     EXPECT_EQ(text.find(secret), std::string::npos) << secret;
   }
   EXPECT_NE(text.find(R"("value": "xxxxx\nxxxxx")"), std::string::npos);
   EXPECT_NE(text.find(R"({"url": "file:///xxx/xxxxxxxxx"})"), std::string::npos);
   EXPECT_NE(text.find(R"("identifier": "xxxxx")"), std::string::npos);
   EXPECT_NE(text.find(R"("roleDescription": "xxxxxxxxxxxxxxx")"), std::string::npos);
+  EXPECT_NE(text.find("\"role\": \"xxxxxxxxxxxxx\",\n" + std::string(20, ' ') + "\"subrole\": \"xxxxxxxxxxx\""),
+            std::string::npos);
+  EXPECT_NE(text.find(R"("subrole": "AXLandmarkMain")"), std::string::npos);
+  EXPECT_NE(text.find(R"("ownerName": "xxxxxxxxxxxx")"), std::string::npos);
   // Standard actions stay; a custom one keeps its keys and lengths.
   EXPECT_NE(text.find(R"(["AXPress", "AXShowMenu", "Name:xxxxxxxxxxxxxx\nTarget:xxxxxxxx\nSelector:xxxxxxxx", )"
                       R"("xxxxxxxxxxxxxxxxx"])"),
@@ -253,7 +262,7 @@ TEST(DesktopRecorder, RedactionKeepsStructureAndLengths) {
   auto b = nlohmann::json::parse(redacted.out)["elements"];
   ASSERT_EQ(a.size(), b.size());
   for (size_t i = 0; i < a.size(); ++i) {
-    EXPECT_EQ(a[i]["role"], b[i]["role"]);
+    EXPECT_EQ(a[i]["role"] == "Carol's inbox" ? "xxxxxxxxxxxxx" : a[i]["role"], b[i]["role"]);
     EXPECT_EQ(a[i]["frame"], b[i]["frame"]);
   }
 }

@@ -436,6 +436,10 @@ TEST(StatusItem, UpdaterFeedIsParsedAsJSON) {
       {R"("version": "0.2.0")", "the feed is not valid JSON"},
       {std::string(100, '[') + std::string(100, ']'), "the feed is not valid JSON"},
       {"{\"version\": \"0.2.0\xff\"}", "the feed is not valid JSON"},
+      // A key twice: parsers disagree on which one counts, so neither does.
+      {R"({"version": "0.2.0", "url": "/a.zip", "version": "9.9.9"})", "the feed names \"version\" twice"},
+      {R"({"url": "https://h.invalid/a", "version": "0.2.0", "url": "/b.zip"})", "the feed names \"url\" twice"},
+      {R"({"release": {"v": 1, "v": 2}, "version": "0.2.0"})", R"("0.2.0" null null)"},
   };
   for (const std::string& shell : {std::string("/bin/sh")}) {
     Updater u;
@@ -449,6 +453,15 @@ TEST(StatusItem, UpdaterFeedIsParsedAsJSON) {
                             : j["availableVersion"].dump() + " " + j["url"].dump() + " " + j["notes"].dump();
       EXPECT_EQ(got, c.expected) << c.feed;
     }
+    // NEL, U+2028 and U+2029 from the feed or the installed version are escaped: the
+    // result stays one line for readers that break lines at them too.
+    writeText(u.feed, "{\"version\": \"0.2.0\", \"notes\": \"a\xC2\x85" "b\xE2\x80\xA8" "c\xE2\x80\xA9" "d\"}");
+    auto result = u.run({"check", "--current-version", "0.1.0\xE2\x80\xA8x"});
+    EXPECT_EQ(lastObject(result.standardOutput)["notes"], "a\u0085b\u2028c\u2029d");
+    for (const char* lineBreak : {"\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"}) {
+      EXPECT_EQ(result.standardOutput.find(lineBreak), std::string::npos) << result.standardOutput;
+    }
+    EXPECT_NE(result.standardOutput.find(R"("currentVersion":"0.1.0\u2028x")"), std::string::npos);
   }
 }
 
@@ -457,7 +470,13 @@ TEST(StatusItem, UpdaterVersionOrder) {
   const std::vector<std::tuple<std::string, std::string, bool>> cases = {
       {"0.2.0", "0.1.0", true},     {"0.10.0", "0.9.9", true},  {"0.9.9", "0.10.0", false},
       {"1.0.0", "1.0.0", false},    {"1.0.1", "1.0", true},     {"1.0", "1.0.1", false},
-      {"1.0.0-beta", "1.0.0", true}, {"2", "", true},           {"", "1", false},
+      {"2", "", true},              {"", "1", false},
+      // Pre-releases come before their release; build metadata is ignored.
+      {"1.0.0-beta", "1.0.0", false}, {"1.0.0", "1.0.0-beta", true}, {"1.0.0+build.7", "1.0.0", false},
+      {"1.0.0-beta+b", "1.0.0-beta", false}, {"1.0.0-beta.11", "1.0.0-beta.2", true},
+      {"1.0.0-beta.2", "1.0.0-beta.11", false}, {"1.0.0-alpha.1", "1.0.0-alpha", true},
+      {"1.0.0-rc.1", "1.0.0-beta", true}, {"1.0.0-1", "1.0.0-alpha", false}, {"1.1.0-beta", "1.0.0", true},
+      {"0.1.0", "0.0.0-dev", true},
       {"007", "7", false},          {"99999999999999999999999", "9999999999999999999999", true},
       {"1.0b", "1.0a", true},
   };

@@ -132,9 +132,11 @@ class SimDesktop {
  public:
   // Reads and validates the file; holds a lock beside it (`<path>.lock`) until
   // destroyed so that concurrent commands take turns, waiting at most `lockWaitSeconds`
-  // (real time) for another holder. Throws DesktopError.
+  // (real time) for another holder, and no longer once `interrupted` holds (asked every
+  // few milliseconds). Throws DesktopError.
   static SimDesktop load(const std::string& path, const std::string& eventLogPath,
-                         double lockWaitSeconds = defaultLockWaitSeconds);
+                         double lockWaitSeconds = defaultLockWaitSeconds,
+                         const std::function<bool()>& interrupted = {});
   // A desktop from the text of a desktop file, with load()'s checks and messages (for
   // tests and fuzzing); `path` names it in messages and is where commit() writes it.
   static SimDesktop fromText(const std::string& text, const std::string& path, const std::string& eventLogPath);

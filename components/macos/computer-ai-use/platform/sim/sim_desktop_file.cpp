@@ -337,8 +337,9 @@ class DesktopBuilder {
 
 namespace {
 
-// Holds the desktop's lock, waiting a bounded (real) time for another holder.
-int acquireLock(const std::string& path, double waitSeconds) {
+// Holds the desktop's lock, waiting a bounded (real) time for another holder; a caller
+// that gives up (a cancelled call) ends the wait at its next look.
+int acquireLock(const std::string& path, double waitSeconds, const std::function<bool()>& interrupted) {
   std::string lockPath = path + ".lock";
   int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
   // A lock file that cannot be made (a read-only folder, no folder at all) leaves the
@@ -351,6 +352,10 @@ int acquireLock(const std::string& path, double waitSeconds) {
       int error = errno;
       ::close(fd);
       throw DesktopError("Simulated desktop " + path + ": cannot lock " + lockPath + " (" + std::strerror(error) + ")");
+    }
+    if (interrupted && interrupted()) {
+      ::close(fd);
+      throw DesktopError("Simulated desktop " + path + ": the wait for " + lockPath + " was given up");
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       ::close(fd);
@@ -365,11 +370,12 @@ int acquireLock(const std::string& path, double waitSeconds) {
 
 }  // namespace
 
-SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLogPath, double lockWaitSeconds) {
+SimDesktop SimDesktop::load(const std::string& path, const std::string& eventLogPath, double lockWaitSeconds,
+                            const std::function<bool()>& interrupted) {
   SimDesktop desktop;
   desktop.path_ = path;
   desktop.eventLogPath_ = eventLogPath;
-  desktop.lockDescriptor_ = acquireLock(path, lockWaitSeconds);
+  desktop.lockDescriptor_ = acquireLock(path, lockWaitSeconds, interrupted);
   desktop.fromFile_ = true;
   // Under the lock no other command writes this desktop, so leftovers of a write-back
   // that was killed midway can go.

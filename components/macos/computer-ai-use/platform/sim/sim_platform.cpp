@@ -694,7 +694,7 @@ SimDesktop& SimPlatform::desktop() {
           "No simulated desktop: set TAVLIN_SIM_DESKTOP to a desktop file (see docs/desktop-format.md)");
     }
     std::string log = settings_.eventLogPath.value_or(*settings_.desktopPath + ".log");
-    desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log, settings_.lockWaitSeconds));
+    desktop_.emplace(SimDesktop::load(*settings_.desktopPath, log, settings_.lockWaitSeconds, interrupted_));
     desktop_->adoptScheduled(std::move(released_));
     released_.clear();
   }

@@ -37,6 +37,7 @@ class SimPlatform final : public platform::Platform {
   platform::StatusBar& statusBar() override;
   void commit() override;
   void checkpoint() override;
+  void interruptWaitsWhen(std::function<bool()> interrupted) override { interrupted_ = std::move(interrupted); }
 
   // The control face. Throws DesktopError when no desktop is set or it is invalid.
   SimDesktop& desktop();
@@ -53,6 +54,7 @@ class SimPlatform final : public platform::Platform {
   SimSettings settings_;
   std::optional<SimDesktop> desktop_;
   bool runLoopTurned_ = false;
+  std::function<bool()> interrupted_;  // ends the wait for the desktop's lock
   std::vector<SimDesktop::Scheduled> released_;  // late answers still to come after a checkpoint
   std::unique_ptr<Ports> ports_;
 };
