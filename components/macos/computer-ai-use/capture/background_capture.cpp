@@ -91,6 +91,20 @@ struct Staging {
   common::StagedFile file;
 };
 
+// Hands a ScreenCaptureKit answer to the waiting side. A refusal for want of the
+// permission is noted for the whole command, even when it comes after the time-out.
+template <typename T>
+auto completing(CaptureContext& c, std::shared_ptr<SingleCompletion<T>> done) {
+  return [done, declined = c.screenRecordingDeclined](platform::CaptureStatus status, T value) {
+    if (status.kind == platform::CaptureStatus::Kind::permissionDenied) *declined = true;
+    if (status.ok()) {
+      done->succeed(std::move(value));
+    } else {
+      done->fail(status.description);
+    }
+  };
+}
+
 volatile std::sig_atomic_t stopRequested = 0;
 extern "C" void requestStop(int) { stopRequested = 1; }
 
@@ -199,7 +213,7 @@ std::vector<BWCWindowMatch> bwcFindWindowsViaQuartz(CaptureContext& c, const BWC
   if (!entries) return out;
   for (const platform::WindowInfo& w : *entries) {
     if (w.number == 0) continue;
-    BWCWindowMatch m{w.number, w.ownerPID, w.ownerName.value_or(""), w.name, w.bounds, false};
+    BWCWindowMatch m{w.number, w.ownerPID, w.ownerName.value_or(""), w.name, w.bounds, nullptr};
     if (bwcMatches(options, m)) out.push_back(std::move(m));
   }
   return out;
@@ -211,18 +225,12 @@ std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& 
     platform::ScreenCapture& capture = c.platform.screenCapture();
     Windows windows = runWithHardTimeout<Windows>(
         c.platform.clock(), options.timeout, [&](std::shared_ptr<SingleCompletion<Windows>> done) {
-          capture.requestShareableWindows(false, false, [done](platform::CaptureStatus status, Windows list) {
-            if (status.ok()) {
-              done->succeed(std::move(list));
-            } else {
-              done->fail(status.description);
-            }
-          });
+          capture.requestShareableWindows(false, false, completing(c, done));
         });
     debugLog(c, "ScreenCaptureKit returned " + std::to_string(windows.size()) + " windows");
     std::vector<BWCWindowMatch> matches;
     for (const platform::ShareableWindow& w : windows) {
-      BWCWindowMatch m{w.windowID, w.ownerPID.value_or(0), w.ownerName.value_or(""), w.title, w.frame, true};
+      BWCWindowMatch m{w.windowID, w.ownerPID.value_or(0), w.ownerName.value_or(""), w.title, w.frame, w.object};
       if (bwcMatches(options, m)) matches.push_back(std::move(m));
     }
     debugLog(c, "ScreenCaptureKit matched " + std::to_string(matches.size()) + " windows");
@@ -269,7 +277,7 @@ void bwcCaptureVisibleRegion(CaptureContext& c, const BWCWindowMatch& window, co
   std::optional<IntegralRect> r = integral(window.frame);
   if (!r) throw ToolError("window " + std::to_string(window.windowID) + " has invalid frame " + frameText(window.frame));
   // Without the permission the tool "succeeds" with the wallpaper and the menu bar only.
-  if (!c.platform.screenCapture().screenRecordingAllowed()) {
+  if (c.screenRecordingDeclined->load() || !c.platform.screenCapture().screenRecordingAllowed()) {
     throw ToolError("Screen Recording permission is not granted to Tavlin (System Settings > Privacy & Security > "
                     "Screen Recording)");
   }
@@ -308,7 +316,7 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
     }
     finish();
   };
-  if (!window.fromScreenCaptureKit) {
+  if (!window.scWindow) {
     try {
       region();
     } catch (const ToolError& error) {
@@ -320,7 +328,7 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
   std::string first;
   try {
     platform::CaptureRequest request;
-    request.windowID = window.windowID;
+    request.window = window.scWindow;
     request.showsCursor = false;
     if (auto r = integral(window.frame); r && r->width > 0 && r->height > 0) {
       request.pixelWidth = static_cast<size_t>(std::max<int64_t>(1, r->width));
@@ -328,17 +336,10 @@ void bwcCapture(CaptureContext& c, const BWCWindowMatch& window, const std::stri
     }
     using Image = std::shared_ptr<const platform::CapturedImage>;
     platform::ScreenCapture& capture = c.platform.screenCapture();
-    Image image = runWithHardTimeout<Image>(c.platform.clock(), timeout,
-                                            [&](std::shared_ptr<SingleCompletion<Image>> done) {
-                                              capture.requestWindowImage(
-                                                  request, [done](platform::CaptureStatus status, Image result) {
-                                                    if (status.ok() && result) {
-                                                      done->succeed(std::move(result));
-                                                    } else {
-                                                      done->fail(status.description);
-                                                    }
-                                                  });
-                                            });
+    Image image = runWithHardTimeout<Image>(c.platform.clock(), timeout, [&](auto done) {
+      capture.requestWindowImage(request, completing(c, done));
+    });
+    if (!image) throw ToolError("no image");
     platform::CaptureStatus status = capture.writePNG(*image, staging.aside());
     if (!status.ok()) throw ToolError(staging.named(status.description));
     finish();

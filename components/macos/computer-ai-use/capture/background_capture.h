@@ -10,8 +10,10 @@
 // line when it stops. A watch without --count runs until SIGINT or SIGTERM and then
 // stops between captures, so its files are always whole (every PNG is written aside
 // and moved into place).
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,7 +47,9 @@ struct BWCWindowMatch {
   std::string appName;
   std::optional<std::string> title;
   platform::Rect frame;
-  bool fromScreenCaptureKit = false;  // the SCWindow is known to the adapter by its id
+  // The ScreenCaptureKit window discovery found, carried into every capture of it
+  // (absent when the window came from the window-server list).
+  std::shared_ptr<const platform::ShareableWindowObject> scWindow;
 };
 
 struct BWCCommandOutput {
@@ -67,6 +71,10 @@ struct CaptureContext {
   // When set, a watch hands each line over as it happens (error lines with true)
   // instead of keeping it in the command's output.
   std::function<void(bool error, const std::string& line)> emit = {};
+  // Set when ScreenCaptureKit reports that the user declined Screen Recording: the
+  // screenshot tool is then not run, whatever the preflight says (it would image only
+  // the wallpaper). Shared with completions that may come after a time-out.
+  std::shared_ptr<std::atomic<bool>> screenRecordingDeclined = std::make_shared<std::atomic<bool>>(false);
 };
 
 std::vector<BWCWindowMatch> bwcFindWindows(CaptureContext& c, const BWCOptions& options);

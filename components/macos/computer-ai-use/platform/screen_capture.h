@@ -20,7 +20,15 @@ struct PixelSize {
   int64_t height = 0;
 };
 
-// An SCWindow, in neutral values.
+// The window object itself (an SCWindow on macOS), held by the adapter. A capture is
+// built from the object discovery returned, so capturing needs no second enumeration;
+// a window that has gone since makes the capture fail, it is not looked up again.
+class ShareableWindowObject {
+ public:
+  virtual ~ShareableWindowObject() = default;
+};
+
+// An SCWindow, in neutral values, with the object it came from.
 struct ShareableWindow {
   uint32_t windowID = 0;
   Rect frame;
@@ -30,6 +38,7 @@ struct ShareableWindow {
   std::optional<int32_t> ownerPID;
   std::optional<std::string> ownerBundleIdentifier;
   std::optional<std::string> ownerName;
+  std::shared_ptr<const ShareableWindowObject> object;  // never null from an adapter
 };
 
 // Success, or a failure with the system's description. permissionDenied: the user has not
@@ -42,9 +51,9 @@ struct CaptureStatus {
 };
 
 // One single-window screenshot (SCContentFilter with a desktop-independent window,
-// SCStreamConfiguration at this size).
+// SCStreamConfiguration at this size) of a window requestShareableWindows returned.
 struct CaptureRequest {
-  uint32_t windowID = 0;
+  std::shared_ptr<const ShareableWindowObject> window;
   size_t pixelWidth = 0;   // 0: the configuration keeps its own size
   size_t pixelHeight = 0;
   bool showsCursor = false;
@@ -66,7 +75,8 @@ class ScreenCapture {
   // when both switches are off. `done` is called at most once.
   virtual void requestShareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly,
                                        ShareableWindowsCompletion done) = 0;
-  // SCScreenshotManager's single-window capture. `done` is called at most once.
+  // SCScreenshotManager's single-window capture of `request.window`, without asking for
+  // the shareable content again. `done` is called at most once.
   virtual void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) = 0;
   // Writes the image as a PNG file (CGImageDestination). Failures: "failed to create
   // image destination at <path>", "failed to write png to <path>".

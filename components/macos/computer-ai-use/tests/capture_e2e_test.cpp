@@ -209,17 +209,19 @@ TEST(BackgroundCapture, ModesNamesAndArchiveFailures) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_TRUE(wholePNG(longName));
 
-  // An archive that cannot be written is the archive's failure: the capture stands.
+  // An archive that cannot be written is the archive's failure: the capture stands. A
+  // file where the folder should be, and a folder that cannot be made.
   tavlin::testing::writeText(d.out("not-a-folder"), "x");
-  run = d.capture({"watch", "--pid", "4242", "--out", d.out("w2.png"), "--archive-dir", d.out("not-a-folder"),
-                   "--count", "1"});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_NE(run.out.find("captured window 301 (pid=4242, app=Scribe) to " + d.out("w2.png") + "\n"),
-            std::string::npos)
-      << run.out;
-  EXPECT_EQ(run.err, "watch archive failed: could not create the archive folder " + d.out("not-a-folder") +
-                         ": not a directory\n");
-  EXPECT_EQ(count(run.err, "watch capture failed"), 0u);
+  for (const auto& [folder, why] : std::vector<std::pair<std::string, std::string>>{
+           {d.out("not-a-folder"), "not a directory"}, {d.out("not-a-folder/history"), "Not a directory"}}) {
+    run = d.capture({"watch", "--pid", "4242", "--out", d.out("w2.png"), "--archive-dir", folder, "--count", "1"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("captured window 301 (pid=4242, app=Scribe) to " + d.out("w2.png") + "\n"),
+              std::string::npos)
+        << run.out;
+    EXPECT_EQ(run.err, "watch archive failed: could not create the archive folder " + folder + ": " + why + "\n");
+    EXPECT_EQ(count(run.err, "watch capture failed"), 0u);
+  }
 }
 
 TEST(BackgroundCapture, ListAndCapture) {
@@ -277,9 +279,13 @@ TEST(BackgroundCapture, FallbacksAndTheHardTimeOut) {
   }
 
   // Without Screen Recording permission the screenshot tool would image the wallpaper: it
-  // is not run, and the failure names the permission.
+  // is not run, and the failure names the permission. ScreenCaptureKit's refusal counts
+  // even when the preflight's answer is stale.
   for (const char* refused : {R"("screenCaptureKit": {"shareableContent": "refused"},)",
-                              R"("screenCaptureKit": {"capture": "refused"},)"}) {
+                              R"("screenCaptureKit": {"capture": "refused"},)",
+                              R"("screenCaptureKit": {"shareableContent": "refused", "preflight": true},)",
+                              R"("screenCaptureKit": {"capture": "refused", "preflight": true},)",
+                              R"("screenCaptureKit": {"preflight": false, "capture": "never"},)"}) {
     CaptureDesktop d(refused);
     ToolRun run = d.capture({"capture", "--pid", "4242", "--out", d.out("shot.png")});
     EXPECT_EQ(run.status, 1) << refused;
@@ -355,6 +361,31 @@ TEST(BackgroundCapture, WatchArchivesEachCapture) {
   EXPECT_NE(archived[0], archived[1]);
   EXPECT_EQ(count(run.out, "captured window 301"), 3u);
   EXPECT_NE(run.out.find("watch finished after 3 captures\n"), std::string::npos) << run.out;
+}
+
+TEST(BackgroundCapture, AWatchAsksForTheWindowsOnceAndCapturesTheWindowFound) {
+  // Every tick captures the window object discovery returned: ScreenCaptureKit is asked
+  // for its windows once per watch, not again inside each capture's time-out. A window
+  // that has gone since is not looked up again either: its captures fall back.
+  for (bool vanishes : {false, true}) {
+    tavlin::testing::TempDir dir;
+    std::string text = readText(exampleDesktop);
+    if (vanishes) text = tavlin::testing::replaceAll(text, "\"number\": 301,", "\"number\": 301, \"vanishes\": true,");
+    tavlin::sim::SimPlatform p(tavlin::sim::SimDesktop::fromText(text, dir.file("desktop.json"), ""));
+    tavlin::runtime::ProcessValues values;
+    tavlin::capture::CaptureContext c{p, values};
+    auto output = tavlin::capture::bwcExecuteCommand(
+        c, {"watch", "--window-id", "301", "--out", dir.file("latest.png"), "--interval", "2", "--count", "5"});
+    std::string events;
+    for (const std::string& line : p.desktop().pendingLogLines()) events += line + "\n";
+    EXPECT_EQ(p.shareableContentRequests(), 1u) << events;
+    EXPECT_EQ(count(events, "sck-shareable-content"), 1u) << events;
+    EXPECT_EQ(count(events, "sck-capture window=301 "), 5u) << events;
+    EXPECT_EQ(count(events, "program=/usr/sbin/screencapture"), vanishes ? 5u : 0u) << events;
+    EXPECT_EQ(output.stdoutLines.size(), 6u);
+    EXPECT_EQ(output.stderrLines.size(), 0u);
+    EXPECT_TRUE(wholePNG(dir.file("latest.png")));
+  }
 }
 
 TEST(BackgroundCapture, WatchStopsCleanlyOnASignal) {

@@ -21,6 +21,12 @@ struct MacCapturedImage final : platform::CapturedImage {
   CFHandle<CGImageRef> image;
 };
 
+// The SCWindow discovery returned, held (strongly, under ARC) for the captures of it.
+struct MacShareableWindow final : platform::ShareableWindowObject {
+  explicit MacShareableWindow(SCWindow* w) : window(w) {}
+  SCWindow* window;
+};
+
 CaptureStatus failure(NSError* _Nullable error, const char* fallback) {
   CaptureStatus status{CaptureStatus::Kind::failed,
                        error ? nsText(error.localizedDescription).value_or(fallback) : fallback};
@@ -51,6 +57,7 @@ platform::ShareableWindow convert(SCWindow* w) API_AVAILABLE(macos(12.3)) {
     s.ownerBundleIdentifier = nsText(app.bundleIdentifier);
     s.ownerName = nsText(app.applicationName);
   }
+  s.object = std::make_shared<const MacShareableWindow>(w);
   return s;
 }
 
@@ -80,48 +87,39 @@ void MacScreenCapture::requestShareableWindows(bool excludeDesktopWindows, bool 
 void MacScreenCapture::requestWindowImage(const platform::CaptureRequest& request,
                                           platform::WindowImageCompletion done) {
   if (@available(macOS 14.0, *)) {
-    // The content filter needs the SCWindow itself: found again by its id.
+    // The window object from discovery: the content filter is built from it, with no
+    // second enumeration. One that has closed since fails in the screenshot manager.
+    const auto* held = dynamic_cast<const MacShareableWindow*>(request.window.get());
+    SCWindow* window = held ? held->window : nil;
+    if (!window) {
+      done({CaptureStatus::Kind::failed, "no shareable window to capture"}, nullptr);
+      return;
+    }
+    SCContentFilter* filter = [[SCContentFilter alloc] initWithDesktopIndependentWindow:window];
+    SCStreamConfiguration* configuration = [[SCStreamConfiguration alloc] init];
+    configuration.showsCursor = request.showsCursor;
+    // A frame that rounds to nothing would keep the configuration's own 1920x1080: the
+    // window's own size in pixels instead.
+    size_t width = request.pixelWidth, height = request.pixelHeight;
+    if (width == 0 || height == 0) {
+      width = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.width)));
+      height = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.height)));
+    }
+    configuration.width = width;
+    configuration.height = height;
+    // The shadow is not part of the window: not fitted into its frame.
+    configuration.ignoreShadowsSingleWindow = YES;
     auto callback = std::make_shared<platform::WindowImageCompletion>(std::move(done));
-    platform::CaptureRequest wanted = request;
-    [SCShareableContent
-        getShareableContentExcludingDesktopWindows:NO
-                               onScreenWindowsOnly:NO
-                                 completionHandler:^(SCShareableContent* _Nullable content, NSError* _Nullable error) {
-                                   SCWindow* window = nil;
-                                   for (SCWindow* w in content.windows) {
-                                     if (w.windowID == wanted.windowID) window = w;
-                                   }
-                                   if (!window) {
-                                     (*callback)(failure(error, "the window is no longer shareable"), nullptr);
-                                     return;
-                                   }
-                                   SCContentFilter* filter =
-                                       [[SCContentFilter alloc] initWithDesktopIndependentWindow:window];
-                                   SCStreamConfiguration* configuration = [[SCStreamConfiguration alloc] init];
-                                   configuration.showsCursor = wanted.showsCursor;
-                                   // A frame that rounds to nothing would keep the configuration's
-                                   // own 1920x1080: the window's own size in pixels instead.
-                                   size_t width = wanted.pixelWidth, height = wanted.pixelHeight;
-                                   if (width == 0 || height == 0) {
-                                     width = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.width)));
-                                     height = static_cast<size_t>(std::max(1.0, std::ceil(window.frame.size.height)));
-                                   }
-                                   configuration.width = width;
-                                   configuration.height = height;
-                                   // The shadow is not part of the window: not fitted into its frame.
-                                   configuration.ignoreShadowsSingleWindow = YES;
-                                   [SCScreenshotManager
-                                       captureImageWithFilter:filter
-                                                configuration:configuration
-                                            completionHandler:^(CGImageRef _Nullable image, NSError* _Nullable failed) {
-                                              if (!image) {
-                                                (*callback)(failure(failed, "no image"), nullptr);
-                                                return;
-                                              }
-                                              (*callback)({}, std::make_shared<const MacCapturedImage>(
-                                                                  CFHandle<CGImageRef>::retain(image)));
-                                            }];
-                                 }];
+    [SCScreenshotManager captureImageWithFilter:filter
+                                  configuration:configuration
+                              completionHandler:^(CGImageRef _Nullable image, NSError* _Nullable failed) {
+                                if (!image) {
+                                  (*callback)(failure(failed, "no image"), nullptr);
+                                  return;
+                                }
+                                (*callback)({}, std::make_shared<const MacCapturedImage>(
+                                                    CFHandle<CGImageRef>::retain(image)));
+                              }];
   } else {
     done({CaptureStatus::Kind::failed, "ScreenCaptureKit screenshots need macOS 14 or later"}, nullptr);
   }

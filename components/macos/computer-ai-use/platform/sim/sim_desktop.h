@@ -121,6 +121,8 @@ struct SimCaptureBehaviour {
   SimAnswer shareableContent;       // SCShareableContent
   SimAnswer windowCapture;          // SCScreenshotManager
   std::vector<uint32_t> vanishing;  // windows listed but gone when captured
+  // What the permission preflight answers; absent: allowed unless a request is refused.
+  std::optional<bool> preflight;
 };
 
 struct EventField {

@@ -491,7 +491,7 @@ void SimDesktop::parse() {
   }
   if (auto it = root.find("screenCaptureKit"); it != root.end()) {
     p.object(*it, "screenCaptureKit");
-    p.allowKeys(*it, "screenCaptureKit", {"shareableContent", "capture"});
+    p.allowKeys(*it, "screenCaptureKit", {"shareableContent", "capture", "preflight"});
     auto answer = [&](const char* key, SimAnswer& field) {
       auto v = it->find(key);
       if (v == it->end()) return;
@@ -508,6 +508,9 @@ void SimDesktop::parse() {
     };
     answer("shareableContent", capture_.shareableContent);
     answer("capture", capture_.windowCapture);
+    if (auto v = it->find("preflight"); v != it->end()) {
+      capture_.preflight = p.boolean(*v, "screenCaptureKit.preflight");
+    }
   }
   if (auto it = root.find("eventCreationFails"); it != root.end()) {
     for (const std::string& kind : p.strings(*it, "eventCreationFails")) {

@@ -475,6 +475,12 @@ struct SimImage final : CapturedImage {
   Canvas canvas;
 };
 
+// A window the simulated ScreenCaptureKit listed: what a capture of it is drawn from.
+struct SimShareableWindow final : platform::ShareableWindowObject {
+  explicit SimShareableWindow(uint32_t n) : number(n) {}
+  uint32_t number;
+};
+
 // ScreenCaptureKit as the desktop says it answers: at once, never, late (the answer
 // comes when the virtual clock reaches it), or refused for want of permission.
 class SimScreenCapturePort final : public ScreenCapture {
@@ -484,6 +490,7 @@ class SimScreenCapturePort final : public ScreenCapture {
   void requestShareableWindows(bool excludeDesktopWindows, bool onScreenWindowsOnly,
                                ShareableWindowsCompletion done) override {
     SimDesktop& d = p_.desktop();
+    p_.noteShareableContentRequest();
     d.log("system", "sck-shareable-content");
     std::vector<ShareableWindow> windows;
     for (const WindowInfo& w : d.windows()) {
@@ -496,6 +503,7 @@ class SimScreenCapturePort final : public ScreenCapture {
       s.windowLayer = w.layer;
       s.onScreen = w.onscreen;
       s.ownerPID = w.ownerPID;
+      s.object = std::make_shared<const SimShareableWindow>(w.number);
       if (const SimApp* a = d.app(w.ownerPID)) {
         s.ownerBundleIdentifier = a->info.bundleIdentifier;
         s.ownerName = a->info.localizedName;
@@ -509,16 +517,22 @@ class SimScreenCapturePort final : public ScreenCapture {
 
   void requestWindowImage(const CaptureRequest& request, WindowImageCompletion done) override {
     SimDesktop& d = p_.desktop();
+    auto fail = [done](CaptureStatus failed) { done(std::move(failed), nullptr); };
+    // As on macOS, only a window object this port listed can be captured.
+    const auto* window = dynamic_cast<const SimShareableWindow*>(request.window.get());
+    if (!window) {
+      fail({CaptureStatus::Kind::failed, "no shareable window to capture"});
+      return;
+    }
     d.log("system", "sck-capture",
-          {{"window", std::to_string(request.windowID)},
+          {{"window", std::to_string(window->number)},
            {"width", std::to_string(request.pixelWidth)},
            {"height", std::to_string(request.pixelHeight)}});
     const auto& gone = d.capture().vanishing;
     std::optional<Canvas> canvas;
-    if (std::find(gone.begin(), gone.end(), request.windowID) == gone.end()) {
-      canvas = drawWindow(d, request.windowID, request.pixelWidth, request.pixelHeight);
+    if (std::find(gone.begin(), gone.end(), window->number) == gone.end()) {
+      canvas = drawWindow(d, window->number, request.pixelWidth, request.pixelHeight);
     }
-    auto fail = [done](CaptureStatus failed) { done(std::move(failed), nullptr); };
     if (!canvas) {
       if (d.capture().windowCapture.kind == SimAnswer::Kind::never) return;
       fail({CaptureStatus::Kind::failed,
@@ -540,9 +554,11 @@ class SimScreenCapturePort final : public ScreenCapture {
     return {};
   }
 
-  // "refused" stands for a user who has not granted Screen Recording.
+  // "refused" stands for a user who has not granted Screen Recording, unless the
+  // desktop gives the preflight's answer itself.
   bool screenRecordingAllowed() override {
     const SimDesktop& d = p_.desktop();
+    if (d.capture().preflight) return *d.capture().preflight;
     return d.capture().shareableContent.kind != SimAnswer::Kind::refused &&
            d.capture().windowCapture.kind != SimAnswer::Kind::refused;
   }

@@ -1,6 +1,7 @@
 #pragma once
 // The seam's ports over a SimDesktop. The desktop is loaded on first use, so a command
 // that needs no desktop (help, a parse error) runs without one.
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +47,9 @@ class SimPlatform final : public platform::Platform {
   // workspace's own turn before it reads).
   void noteRunLoopTurned() { runLoopTurned_ = true; }
   bool runLoopTurned() const { return runLoopTurned_; }
+  // How many times this process asked ScreenCaptureKit for its shareable content.
+  void noteShareableContentRequest() { ++shareableContentRequests_; }
+  uint64_t shareableContentRequests() const { return shareableContentRequests_; }
   // Whether a desktop is loaded or named (desktop() then does not fail for want of one).
   bool hasDesktop() const { return desktop_ || (settings_.desktopPath && !settings_.desktopPath->empty()); }
 
@@ -55,6 +59,7 @@ class SimPlatform final : public platform::Platform {
   std::optional<SimDesktop> desktop_;
   bool runLoopTurned_ = false;
   std::function<bool()> interrupted_;  // ends the wait for the desktop's lock
+  uint64_t shareableContentRequests_ = 0;
   std::vector<SimDesktop::Scheduled> released_;  // late answers still to come after a checkpoint
   std::unique_ptr<Ports> ports_;
 };
