@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <limits>
 #include <map>
 #include <unordered_map>
 
@@ -124,7 +125,8 @@ std::string headOf(const ElementSnapshot& e) {
   std::string head = std::to_string(e.index) + " " + (e.role.empty() ? "element" : listingText(e.role, 48));
   const auto& label = e.title && !e.title->empty() ? e.title : e.desc;
   if (label && !label->empty()) head += " \"" + listingText(*label, 80) + "\"";
-  return head + " at " + listingText(e.path, static_cast<int64_t>(e.path.size()));
+  // The path whole: it is the key the change is known by.
+  return head + " at " + listingText(e.path, std::numeric_limits<int64_t>::max());
 }
 
 cli::Json elementJSON(const ElementSnapshot& e) {

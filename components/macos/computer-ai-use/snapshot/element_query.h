@@ -17,9 +17,9 @@ namespace tavlin::snapshot {
 
 // Criteria that all have to hold; none at all matches every element.
 struct ElementQuery {
-  std::optional<std::string> role;        // AXRole exactly (roles are case-sensitive)
-  std::optional<std::string> text;        // part of the title, value, description or identifier, ignoring case
-  std::optional<std::string> identifier;  // AXIdentifier exactly
+  std::optional<std::string> role = std::nullopt;        // AXRole exactly (roles are case-sensitive)
+  std::optional<std::string> text = std::nullopt;        // part of the title, value, description or identifier, ignoring case
+  std::optional<std::string> identifier = std::nullopt;  // AXIdentifier exactly
   bool interactive = false;               // has an action or a settable value
 };
 
