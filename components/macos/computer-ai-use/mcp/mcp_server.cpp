@@ -430,22 +430,22 @@ std::vector<ToolEntry> withQueryTools(std::vector<ToolEntry> tools) {
   const ToolParameter text = criterion(
       "text", "--text", "Text contained in the title, value, description or identifier (ignoring case).");
   const ToolParameter identifier = criterion("identifier", "--identifier", "The accessibility identifier, exactly.");
+  const ToolParameter interactive = {"interactive", "--interactive", "boolean",
+                                     "Only elements with an action or a settable value.", false, {}};
   tools.push_back(
       {"find_elements", "find-elements", "Find elements of a window",
        "Walks a window of an application as get_app_state does and returns the elements that match every criterion "
        "given (none: all), with index, role, label, value, frame and center. It takes no snapshot: index actions "
        "stay bound to the latest get_app_state, so take one before acting on these indices if the window changed. "
        "Does not bring the application forward.",
-       {app(), role, text, identifier,
-        {"interactive", "--interactive", "boolean", "Only elements with an action or a settable value.", false, {}},
-        titleContains(), windowID()}});
+       {app(), role, text, identifier, interactive, titleContains(), windowID()}});
   tools.push_back(
       {"wait_for", "wait-for", "Wait for an element or window",
        "Waits until an element (by text, role and/or identifier) or a window (by title) of an application is there, "
        "or with gone until it is not, looking every 0.25 s for at most timeout seconds; returns the match (index, "
        "role, label, frame) and the seconds waited, or an error naming what it waited for. Never brings the "
        "application forward or sends input.",
-       {app(), text, role, identifier,
+       {app(), text, role, identifier, interactive,
         criterion("window_title", "--window-title", "Part of a window's title (ignoring case), instead of element criteria."),
         {"gone", "--gone", "boolean", "Wait until nothing matches any more.", false, {}},
         withBounds({"timeout", "--timeout", "number", "Seconds to wait at most (default 10, at most 600).", false, {}},

@@ -4,6 +4,7 @@
 #include <deque>
 #include <limits>
 #include <map>
+#include <string_view>
 #include <unordered_map>
 
 #include "apps/app_targeting.h"
@@ -19,25 +20,35 @@ namespace {
 
 constexpr size_t none = static_cast<size_t>(-1);
 
-// Children by position, rebuilt from the pre-order list and its depths.
+// Children by position, rebuilt from the pre-order list and its depths, and each
+// element's own path label.
 struct Tree {
   std::vector<size_t> roots;
   std::vector<std::vector<size_t>> children;
+  std::vector<std::string> labels;
 };
 
 Tree treeOf(const std::vector<ElementSnapshot>& elements) {
   Tree tree;
   tree.children.resize(elements.size());
+  tree.labels.resize(elements.size());
   std::vector<size_t> open;  // the chain of ancestors of the next element
   for (size_t i = 0; i < elements.size(); ++i) {
-    while (!open.empty() && elements[open.back()].depth >= elements[i].depth) open.pop_back();
+    const ElementSnapshot& e = elements[i];
+    while (!open.empty() && elements[open.back()].depth >= e.depth) open.pop_back();
+    // A path is its parent's, " > " and the label: the label is read off it rather than
+    // made again, which would cut values into characters once more for every element.
+    std::string prefix = open.empty() ? "" : elements[open.back()].path + " > ";
+    if (e.path.size() > prefix.size() && e.path.starts_with(prefix)) {
+      tree.labels[i] = e.path.substr(prefix.size());
+    } else {
+      tree.labels[i] = snapshotPathLabel(e.role, e.title, e.desc, e.value);
+    }
     (open.empty() ? tree.roots : tree.children[open.back()]).push_back(i);
     open.push_back(i);
   }
   return tree;
 }
-
-std::string labelOf(const ElementSnapshot& e) { return snapshotPathLabel(e.role, e.title, e.desc, e.value); }
 
 cli::Json optionalText(const std::optional<std::string>& text) { return text ? cli::Json(*text) : cli::Json(nullptr); }
 
@@ -60,14 +71,15 @@ std::vector<FieldChange> fieldChanges(const ElementSnapshot& was, const ElementS
 // Pairs two lists of siblings: by label, the k-th of a label with the k-th; then, among
 // what is left after the same matched sibling, by role in order. Returns, for each
 // position in `after`, its partner in `before` or `none`.
-std::vector<size_t> pairSiblings(const std::vector<ElementSnapshot>& beforeElements, const std::vector<size_t>& before,
-                                 const std::vector<ElementSnapshot>& afterElements, const std::vector<size_t>& after) {
+std::vector<size_t> pairSiblings(const std::vector<ElementSnapshot>& beforeElements, const Tree& beforeTree,
+                                 const std::vector<size_t>& before, const std::vector<ElementSnapshot>& afterElements,
+                                 const Tree& afterTree, const std::vector<size_t>& after) {
   std::vector<size_t> partner(after.size(), none);
   std::vector<bool> taken(before.size(), false);
-  std::unordered_map<std::string, std::deque<size_t>> byLabel;
-  for (size_t i = 0; i < before.size(); ++i) byLabel[labelOf(beforeElements[before[i]])].push_back(i);
+  std::unordered_map<std::string_view, std::deque<size_t>> byLabel;
+  for (size_t i = 0; i < before.size(); ++i) byLabel[beforeTree.labels[before[i]]].push_back(i);
   for (size_t j = 0; j < after.size(); ++j) {
-    auto it = byLabel.find(labelOf(afterElements[after[j]]));
+    auto it = byLabel.find(afterTree.labels[after[j]]);
     if (it == byLabel.end() || it->second.empty()) continue;
     partner[j] = it->second.front();
     taken[partner[j]] = true;
@@ -159,7 +171,7 @@ SnapshotChanges compareSnapshots(const std::optional<AppStateSnapshot>& before, 
   while (!levels.empty()) {
     Level level = levels.back();
     levels.pop_back();
-    std::vector<size_t> partner = pairSiblings(was, *level.was, now, *level.now);
+    std::vector<size_t> partner = pairSiblings(was, wasTree, *level.was, now, nowTree, *level.now);
     for (size_t j = 0; j < level.now->size(); ++j) {
       size_t at = (*level.now)[j];
       if (partner[j] == none) {
