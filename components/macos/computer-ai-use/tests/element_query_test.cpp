@@ -87,33 +87,6 @@ TEST(ElementQuery, CriteriaAllHold) {
   }
 }
 
-TEST(ElementQuery, DescriptionsForMessages) {
-  struct Case {
-    ElementQuery query;
-    const char* expected;
-  };
-  const std::vector<Case> cases = {
-      {{.text = "Save"}, "an element with text \"Save\""},
-      {{.role = "AXButton", .text = "Save"}, "an element with role AXButton and text \"Save\""},
-      {{.role = "AXButton", .text = "Save", .identifier = "s"},
-       "an element with role AXButton, text \"Save\" and identifier s"},
-      {{.identifier = "s", .interactive = true}, "an interactive element with identifier s"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(describeQuery(c.query), c.expected);
-}
-
-TEST(ElementQuery, MatchesPrintWhereToClick) {
-  ElementSnapshot e = element("AXButton", std::nullopt, "1");
-  e.index = 4;
-  e.desc = "Bold";
-  e.frame = RectPayload{10, 20, 30, 10};
-  EXPECT_EQ(matchJSON(e), Json::parse(R"({"index": 4, "role": "AXButton", "label": "Bold", "value": "1",
-      "frame": {"x": 10, "y": 20, "width": 30, "height": 10}, "center": {"x": 25, "y": 25}})"));
-  // A frame without area has no centre to click.
-  e.frame = RectPayload{10, 20, 0, 10};
-  EXPECT_FALSE(matchJSON(e).contains("center"));
-}
-
 TEST(SnapshotChanges, ElementsAreMatchedAsTrees) {
   ElementSnapshot area = element("AXTextArea", std::nullopt, "Hello");
   area.focused = true;
