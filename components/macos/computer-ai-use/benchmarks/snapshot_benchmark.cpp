@@ -2,7 +2,8 @@
 // wall time, peak memory and accessibility round trips per element of the real binary.
 // A list-apps run on the same desktop gives the cost of loading the simulated desktop
 // itself, which a real Mac does not pay. Then the recorder on the same desktops: wall
-// time, the recording's size and round trips per element.
+// time, the recording's size and round trips per element. Last, what --changes adds to a
+// get-app-state of the example desktop and of a 10,000-element window.
 //
 // usage: tavlin_snapshot_benchmark PATH-TO-Tavlin [sizes...]
 #include <fcntl.h>
@@ -10,11 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -66,6 +69,38 @@ uint64_t roundTrips(const std::string& desktop) {
   return d["stats"].value("axRoundTrips", uint64_t{0});
 }
 
+// What --changes adds to a get-app-state of the application on `desktop` (which already
+// has a snapshot): runs with and without the flag taken in turn, median wall time and
+// round trips of each.
+struct ChangesCost {
+  double plainSeconds = 0, changesSeconds = 0;
+  uint64_t plainTrips = 0, changesTrips = 0;
+};
+
+ChangesCost changesCost(const std::string& binary, const std::string& app, const std::string& desktop,
+                        const std::string& home, int rounds) {
+  std::vector<double> plain, changes;
+  ChangesCost cost;
+  for (int i = 0; i < rounds; ++i) {
+    for (bool flag : {false, true}) {
+      std::vector<std::string> args = {"get-app-state", "--app", app};
+      if (flag) args.push_back("--changes");
+      uint64_t before = roundTrips(desktop);
+      Run r = run(binary, args, desktop, home);
+      if (r.status != 0) return {};
+      (flag ? changes : plain).push_back(r.seconds);
+      (flag ? cost.changesTrips : cost.plainTrips) = roundTrips(desktop) - before;
+    }
+  }
+  auto median = [](std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+  };
+  cost.plainSeconds = median(plain);
+  cost.changesSeconds = median(changes);
+  return cost;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -110,6 +145,22 @@ int main(int argc, char** argv) {
     double perElement = static_cast<double>(roundTrips(desktop) - before) / n;
     std::printf("%10d %12.3f %14.1f %12.2f\n", n, rec.seconds, static_cast<double>(file.tellg()) / 1024.0,
                 perElement);
+  }
+  std::printf("\nget-app-state --changes against get-app-state (medians of 5 runs each, in turn)\n");
+  std::printf("%22s %12s %12s %14s %14s\n", "desktop", "plain s", "changes s", "plain trips", "changes trips");
+  std::string example = dir + "/example.json";
+  {
+    std::ifstream in(std::string(TAVLIN_SOURCE_ROOT) + "/examples/desktops/text-editor.json");
+    std::ofstream(example) << in.rdbuf();
+  }
+  std::string big = dir + "/changes-10000.json";
+  std::ofstream(big) << tavlin::bench::bigListDesktop(10000).dump();
+  for (const auto& [name, app, desktop] : {std::tuple<std::string, std::string, std::string>{"example (17)", "Scribe", example},
+                                           {"big list (10000)", "Lister", big}}) {
+    run(binary, {"get-app-state", "--app", app}, desktop, dir);  // the previous snapshot
+    ChangesCost c = changesCost(binary, app, desktop, dir, 5);
+    std::printf("%22s %12.3f %12.3f %14llu %14llu\n", name.c_str(), c.plainSeconds, c.changesSeconds,
+                static_cast<unsigned long long>(c.plainTrips), static_cast<unsigned long long>(c.changesTrips));
   }
   std::string cleanup = "rm -rf '" + dir + "'";
   return std::system(cleanup.c_str()) == 0 ? 0 : 1;

@@ -180,4 +180,12 @@ double doubleFlag(const Flags& flags, const FlagNames& names) {
   return *parsed;
 }
 
+bool switchFlag(const Flags& flags, const FlagNames& names) {
+  auto value = flagValue(flags, names);
+  if (!value) return false;
+  std::string lowered = *value;
+  for (char& c : lowered) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return lowered != "false";
+}
+
 }  // namespace tavlin::cli

@@ -35,6 +35,8 @@ std::optional<uint32_t> uint32Flag(const Flags& flags, const FlagNames& names);
 int64_t intFlag(const Flags& flags, const FlagNames& names, std::optional<int64_t> fallback);
 // Required; a plain decimal number (parseDouble), and finite.
 double doubleFlag(const Flags& flags, const FlagNames& names);
+// A switch, off unless given: on alone or with any value but "false" (in any case).
+bool switchFlag(const Flags& flags, const FlagNames& names);
 
 // Number grammar shared by the readers, exposed for the other positional parsers.
 std::optional<int64_t> parseInt64(std::string_view text);

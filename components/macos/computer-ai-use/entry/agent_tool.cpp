@@ -18,7 +18,9 @@
 #include "input/pointer_commands.h"
 #include "openpanel/open_panel_commands.h"
 #include "snapshot/app_state_format.h"
+#include "snapshot/element_query.h"
 #include "snapshot/get_app_state.h"
+#include "snapshot/wait_for.h"
 
 namespace tavlin::entry {
 namespace {
@@ -36,6 +38,7 @@ struct GetAppStateRequest {
   snapshot::AppStateFormat format;
   std::optional<std::string> titleContains;
   std::optional<uint32_t> windowID;
+  bool changes = false;
 };
 
 // The dispatcher reads get-app-state's flags itself, in this order, so that a bad
@@ -47,10 +50,11 @@ GetAppStateRequest readGetAppStateFlags(const cli::Flags& flags) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   auto format = snapshot::appStateFormat(lowered);
   if (!format) throw cli::ToolError("Unsupported --format " + given + ". Expected plugin, json, or plugin-json.");
-  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}};
+  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}, .changes = false};
   request.titleContains = cli::flagValue(
       flags, {"--title-contains", "--title_contains", "--window-title-contains", "--window_title_contains"});
   request.windowID = cli::uint32Flag(flags, {"--window-id", "--window_id"});
+  request.changes = cli::switchFlag(flags, {"--changes"});
   request.appQuery = cli::requiredFlag(flags, {"--app"});
   return request;
 }
@@ -62,7 +66,7 @@ const std::vector<Command>& commandTable() {
       {{"get-app-state", "get_app_state"},
        [](CommandContext& context, const cli::Flags& flags) {
          GetAppStateRequest r = readGetAppStateFlags(flags);
-         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID);
+         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID, r.changes);
        }},
       {{"click"}, input::handleClick},
       {{"type-text", "type_text"}, input::handleTypeText},
@@ -75,6 +79,8 @@ const std::vector<Command>& commandTable() {
       {{"inspect-open-panel", "inspect_open_panel"}, openpanel::handleInspectOpenPanel},
       {{"scroll"}, input::handleScroll},
       {{"drag"}, input::handleDrag},
+      {{"find-elements", "find_elements"}, snapshot::handleFindElements},
+      {{"wait-for", "wait_for"}, snapshot::handleWaitFor},
       {{"-h", "--help", "help"},
        [](CommandContext& context, const cli::Flags&) {
          context.output.standardOutput(std::string(cli::usageText) + "\n");

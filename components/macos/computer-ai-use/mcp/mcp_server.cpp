@@ -17,6 +17,7 @@
 #include "common/unicode.h"
 #include "input/event_synthesis.h"
 #include "runtime/output.h"
+#include "snapshot/element_changes.h"
 #include "statusitem/status_item_services.h"
 
 namespace tavlin::mcp {
@@ -226,6 +227,18 @@ std::optional<std::string> ownScreenshot(const runtime::ProcessValues& values, c
 }
 
 
+// Action tools that can report what their action changed in the window.
+const std::vector<std::string>& observingTools() {
+  static const std::vector<std::string> names = {"click",    "scroll",    "drag",
+                                                 "type_text", "press_key", "set_value",
+                                                 "perform_secondary_action", "background_paste_clipboard"};
+  return names;
+}
+
+bool observes(const std::string& tool) {
+  return std::find(observingTools().begin(), observingTools().end(), tool) != observingTools().end();
+}
+
 // What each tool promises a client: whether it only reads, may destroy (input that
 // edits, presses or chooses), gives the same effect when repeated. Every tool works on
 // this Mac's own applications, not an open world of outside services.
@@ -235,6 +248,7 @@ struct ToolHints {
 
 ToolHints hintsFor(const std::string& tool) {
   if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel") return {true, false, true};
+  if (tool == "find_elements" || tool == "wait_for") return {true, false, true};
   if (tool == "activate_app") return {false, false, true};
   if (tool == "scroll") return {false, false, false};
   if (tool == "set_value") return {false, true, true};
@@ -326,6 +340,40 @@ const Json& outputSchemaFor(const std::string& tool) {
                           {"element", element}},
                          {"ok", "element_index", "direction", "pages"});
     s["drag"] = object({{"ok", okTrue}, {"from", point}, {"to", point}}, {"ok", "from", "to"});
+    // Querying: the found elements, the waited-for match, and the change lists.
+    Json frame = object({{"x", number}, {"y", number}, {"width", number}, {"height", number}},
+                        {"x", "y", "width", "height"});
+    Json found = object({{"index", integer}, {"role", string}, {"label", string}, {"value", string},
+                         {"identifier", string}, {"frame", frame}, {"center", point}},
+                        {"index", "role"});
+    s["find_elements"] = object({{"app", string}, {"pid", integer}, {"count", integer},
+                                 {"elements", {{"type", "array"}, {"items", found}}},
+                                 {"window", object({{"title", string}, {"window_id", integer}, {"frame", frame}}, {})}},
+                                {"app", "pid", "count", "elements"});
+    Json windowFound = object({{"role", string}, {"label", string}, {"frame", frame}, {"center", point},
+                               {"window_id", integer}},
+                              {"role"});
+    s["wait_for"] = object({{"ok", okTrue}, {"app", string}, {"pid", integer}, {"condition", string},
+                            {"waited", number}, {"gone", boolean}, {"element", found}, {"window", windowFound}},
+                           {"ok", "app", "pid", "condition", "waited"});
+    Json listed = object({{"index", integer}, {"role", string}, {"label", string}, {"path", string}},
+                         {"index", "role", "path"});
+    Json changed = listed;
+    changed["properties"]["before"] = object({{"index", integer}, {"path", string}}, {"index", "path"});
+    changed["properties"]["fields"] = {{"type", "object"}};
+    Json list = {{"type", "array"}, {"items", listed}};
+    Json changes = {{"type", "object"},
+                    {"description",
+                     "What changed since the latest get_app_state; since is null when there was none to compare "
+                     "with, and error says why changes could not be observed."},
+                    {"properties",
+                     {{"since", {{"type", {"string", "null"}}}},
+                      {"added", list},
+                      {"removed", list},
+                      {"changed", {{"type", "array"}, {"items", changed}}},
+                      {"error", string}}}};
+    s["get_app_state"]["properties"]["changes"] = changes;
+    for (const auto& tool : observingTools()) s[tool]["properties"]["changes"] = changes;
     return s;
   }();
   return schemas.at(tool);
@@ -357,10 +405,59 @@ void dropCamelCaseTwins(Json& value) {
   for (auto it = value.begin(); it != value.end(); ++it) dropCamelCaseTwins(it.value());
 }
 
+// --- querying: find_elements, wait_for, get_app_state's "changes" and the actions' "observe" ---
+
+ToolParameter criterion(const char* name, const char* flag, const char* description) {
+  return nonEmpty({name, flag, "string", description, false, {}});
+}
+
+std::vector<ToolEntry> withQueryTools(std::vector<ToolEntry> tools) {
+  for (ToolEntry& tool : tools) {
+    if (tool.name == "get_app_state") {
+      tool.parameters.push_back({"changes", "--changes", "boolean",
+                                 "Also list what changed since this application's previous get_app_state: elements "
+                                 "added, removed and changed (value, title, enabled, focused, frame), by path.",
+                                 false, {}});
+    }
+    if (observes(tool.name)) {
+      tool.parameters.push_back({"observe", "--observe", "boolean",
+                                 "After acting, look at the window again (without a new snapshot) and return what "
+                                 "changed since the latest get_app_state, as \"changes\".",
+                                 false, {}});
+    }
+  }
+  const ToolParameter role = criterion("role", "--role", "The accessibility role, exactly (e.g. AXButton).");
+  const ToolParameter text = criterion(
+      "text", "--text", "Text contained in the title, value, description or identifier (ignoring case).");
+  const ToolParameter identifier = criterion("identifier", "--identifier", "The accessibility identifier, exactly.");
+  const ToolParameter interactive = {"interactive", "--interactive", "boolean",
+                                     "Only elements with an action or a settable value.", false, {}};
+  tools.push_back(
+      {"find_elements", "find-elements", "Find elements of a window",
+       "Walks a window of an application as get_app_state does and returns the elements that match every criterion "
+       "given (none: all), with index, role, label, value, frame and center. It takes no snapshot: index actions "
+       "stay bound to the latest get_app_state, so take one before acting on these indices if the window changed. "
+       "Does not bring the application forward.",
+       {app(), role, text, identifier, interactive, titleContains(), windowID()}});
+  tools.push_back(
+      {"wait_for", "wait-for", "Wait for an element or window",
+       "Waits until an element (by text, role and/or identifier) or a window (by title) of an application is there, "
+       "or with gone until it is not, looking every 0.25 s for at most timeout seconds; returns the match (index, "
+       "role, label, frame) and the seconds waited, or an error naming what it waited for. Never brings the "
+       "application forward or sends input.",
+       {app(), text, role, identifier, interactive,
+        criterion("window_title", "--window-title", "Part of a window's title (ignoring case), instead of element criteria."),
+        {"gone", "--gone", "boolean", "Wait until nothing matches any more.", false, {}},
+        withBounds({"timeout", "--timeout", "number", "Seconds to wait at most (default 10, at most 600).", false, {}},
+                   0, 600),
+        titleContains(), windowID()}});
+  return tools;
+}
+
 }  // namespace
 
 const std::vector<ToolEntry>& toolEntries() {
-  static const std::vector<ToolEntry> tools = {
+  static const std::vector<ToolEntry> tools = withQueryTools({
       {"list_apps", "list-apps", "List running applications",
        "Lists the running applications, the frontmost first, with pid, name, bundle identifier, whether each is "
        "active or hidden, and its activation policy (0 regular, 1 accessory, 2 prohibited). Use it to find the "
@@ -443,7 +540,7 @@ const std::vector<ToolEntry>& toolEntries() {
        "screenshot.",
        {app(), number("from_x", "--from-x", "Start pixel column."), number("from_y", "--from-y", "Start pixel row."),
         number("to_x", "--to-x", "End pixel column."), number("to_y", "--to-y", "End pixel row.")}},
-  };
+  });
   return tools;
 }
 
@@ -680,6 +777,9 @@ Json McpServer::callTool(const Json& params) {
   }
   // Over MCP an index always means the element the agent saw.
   if (flags.contains("--element-index")) flags["--verify-snapshot"] = "true";
+  // Observing is the server's part, after the command.
+  bool observe = cli::switchFlag(flags, {"--observe"});
+  flags.erase("--observe");
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};
@@ -694,6 +794,22 @@ Json McpServer::callTool(const Json& params) {
     error = e.what();
   }
   if (platform_.cancelled()) error = cancelledMessage;
+  // What the action changed, against the snapshot the agent saw. The action is done
+  // whatever happens here, so a failure to look is reported, not the call failed.
+  std::optional<Json> changes;
+  std::string changesText;
+  if (observe && !error) {
+    runtime::BufferedOutput ignored;
+    runtime::CommandContext looking{values_, platform_, ignored};
+    try {
+      snapshot::SnapshotChanges observed = snapshot::observeChanges(looking, flags);
+      changes = snapshot::changesJSON(observed);
+      changesText = snapshot::changesText(observed);
+    } catch (const std::exception& e) {
+      changes = Json{{"error", e.what()}};
+      changesText = std::string("Could not observe the changes: ") + e.what();
+    }
+  }
   // Recorded and let go within the call, as a separate process would.
   try {
     platform_.checkpoint();
@@ -720,6 +836,7 @@ Json McpServer::callTool(const Json& params) {
       if (e.label) element["label"] = *e.label;
       structured["element"] = element;
     }
+    if (changes) structured["changes"] = *changes;
     result["structuredContent"] = structured;
     // The text block carries the same JSON (the listing stays the listing).
     if (printedJson) {
@@ -727,6 +844,7 @@ Json McpServer::callTool(const Json& params) {
       result["content"][0]["text"] = cli::formatJSON(shown, cli::JsonFlavor::encoder);
     }
   }
+  if (changes) result["content"].push_back({{"type", "text"}, {"text", changesText}});
   if (context.result.screenshotPath) {
     if (auto png = ownScreenshot(values_, *context.result.screenshotPath)) {
       result["content"].push_back({{"type", "image"}, {"data", base64(*png)}, {"mimeType", "image/png"}});

@@ -5,6 +5,7 @@
 #include "cli/tool_error.h"
 #include "common/unicode.h"
 #include "snapshot/ax_access.h"
+#include "snapshot/element_changes.h"
 #include "snapshot/root_window.h"
 #include "snapshot/snapshot_json.h"
 #include "snapshot/state_cache.h"
@@ -15,8 +16,14 @@ namespace {
 
 RectPayload payload(const platform::Rect& r) { return {r.origin.x, r.origin.y, r.size.width, r.size.height}; }
 
-// Line feeds become the two characters "\n", then the text is cut to `keep`.
-std::string cleaned(const std::string& text, int64_t keep) {
+const std::optional<std::string>& nonEmpty(const std::optional<std::string>& text) {
+  static const std::optional<std::string> none;
+  return text && !text->empty() ? text : none;
+}
+
+}  // namespace
+
+std::string listingText(const std::string& text, int64_t keep) {
   std::string flat;
   flat.reserve(text.size());
   for (char c : text) {
@@ -26,22 +33,15 @@ std::string cleaned(const std::string& text, int64_t keep) {
   return shortValue(flat, keep);
 }
 
-const std::optional<std::string>& nonEmpty(const std::optional<std::string>& text) {
-  static const std::optional<std::string> none;
-  return text && !text->empty() ? text : none;
-}
-
-}  // namespace
-
 std::string shortValue(const std::string& text, int64_t maxLength) {
   if (common::characterCount(text) <= maxLength) return text;
   return common::prefixCharacters(text, maxLength) + "\xE2\x80\xA6";
 }
 
 std::string elementName(const ElementSnapshot& e) {
-  if (const auto& d = nonEmpty(e.roleDescription)) return cleaned(*d, 48);
-  if (const auto& s = nonEmpty(e.subrole)) return cleaned(*s, 48);
-  if (!e.role.empty()) return cleaned(e.role, 48);
+  if (const auto& d = nonEmpty(e.roleDescription)) return listingText(*d, 48);
+  if (const auto& s = nonEmpty(e.subrole)) return listingText(*s, 48);
+  if (!e.role.empty()) return listingText(e.role, 48);
   return "element";
 }
 
@@ -50,11 +50,11 @@ std::string describeElement(const ElementSnapshot& e) {
   line += std::to_string(e.index) + " " + elementName(e);
   if (e.settable) line += " (settable)";
   const auto& label = nonEmpty(e.title) ? e.title : nonEmpty(e.desc);
-  if (label) line += " " + cleaned(*label, 80);
+  if (label) line += " " + listingText(*label, 80);
 
   std::vector<std::string> details;
-  if (const auto& id = nonEmpty(e.identifier)) details.push_back("ID: " + cleaned(*id, 60));
-  if (const auto& value = nonEmpty(e.value)) details.push_back("Value: " + cleaned(*value, 120));
+  if (const auto& id = nonEmpty(e.identifier)) details.push_back("ID: " + listingText(*id, 60));
+  if (const auto& value = nonEmpty(e.value)) details.push_back("Value: " + listingText(*value, 120));
   if (e.enabled && !*e.enabled) details.push_back("disabled");
   if (!e.actions.empty()) {
     std::string actions;
@@ -159,27 +159,36 @@ cli::Json pluginEnvelope(const AppStateSnapshot& s) {
 }
 
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
-                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
+                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                       bool changes) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                              messagingTimeout(context.values.accessibilityTimeoutSetting));
   platform::RunningApplication app =
       apps::resolveApp(appQuery, context.platform.workspace(), context.values.exactNameFirstScore);
+  // Read before the new snapshot replaces it; the comparison uses the walk done anyway.
+  std::optional<AppStateSnapshot> previous;
+  if (changes) previous = previousSnapshot(context.values, app);
   CurrentState state = fetchCurrentState(context, app, titleContains, windowID);
   const AppStateSnapshot& s = state.snapshot;
+  std::optional<SnapshotChanges> diff;
+  if (changes) diff = compareSnapshots(previous, s);
   context.result.screenshotPath = s.screenshotPath;
   switch (format) {
     case AppStateFormat::plugin:
-      context.output.standardOutput(pluginText(s) + "\n");
+      context.output.standardOutput(pluginText(s) + (diff ? "\n" + changesText(*diff) : "") + "\n");
       // The listing with its metadata, as the plugin-json envelope holds it.
       context.result.value = pluginEnvelope(s);
+      if (diff) (*context.result.value)["changes"] = changesJSON(*diff);
       break;
     case AppStateFormat::json:
       context.result.value = encode(s);
+      if (diff) (*context.result.value)["changes"] = changesJSON(*diff);
       cli::writeJSON(context.output, *context.result.value);
       break;
     case AppStateFormat::pluginJson:
     case AppStateFormat::pluginJSON:
       context.result.value = pluginEnvelope(s);
+      if (diff) (*context.result.value)["changes"] = changesJSON(*diff);
       cli::writeJSONObject(context.output, *context.result.value);
       break;
   }

@@ -27,13 +27,18 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
 std::string shortValue(const std::string& text, int64_t maxLength);
+// One line of the listing: line feeds written as "\n", then cut to `keep` characters.
+std::string listingText(const std::string& text, int64_t keep);
 std::string elementName(const ElementSnapshot& element);
 std::string describeElement(const ElementSnapshot& element);
 std::string pluginText(const AppStateSnapshot& snapshot);
 // The plugin-json envelope: the listing with the app, pid, window and cache paths.
 nlohmann::json pluginEnvelope(const AppStateSnapshot& snapshot);
 
+// With `changes`, also what changed since the application's previous snapshot in the
+// cache: a block after the listing, or a "changes" key of the JSON document.
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
-                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
+                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                       bool changes = false);
 
 }  // namespace tavlin::snapshot

@@ -79,7 +79,7 @@ TEST(McpProtocol, BadMessagesGetTheirErrors) {
        "-32602 Invalid params: argument \"element_index\" of tool click must be an integer"},
       {R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": "click", "arguments": {"colour": "red"}}})",
        "-32602 Invalid params: unknown argument \"colour\" for tool click (it takes: app, element_index, x, y, "
-       "click_count, mouse_button, title_contains, window_id)"},
+       "click_count, mouse_button, title_contains, window_id, observe)"},
       {std::string(100, '[') + std::string(100, ']'), "-32700 Parse error: nested deeper than 64 levels"},
       // Numbers: one no double holds is a parse error that says so; an id must be a whole one.
       {R"({"jsonrpc": "2.0", "id": 1e400, "method": "ping"})", "-32700 Parse error: the number 1e400 is too large"},
@@ -325,6 +325,7 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"set_value", {false, true, true}},          {"background_paste_clipboard", {false, true, false}},
       {"perform_secondary_action", {false, true, false}}, {"choose_open_panel_path", {false, true, false}},
       {"choose_open_panel_bundle", {false, true, false}}, {"scroll", {false, false, false}},
+      {"find_elements", {true, false, true}},      {"wait_for", {true, false, true}},
   };
   Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/list"})"))["result"]["tools"];
   ASSERT_EQ(tools.size(), expected.size());

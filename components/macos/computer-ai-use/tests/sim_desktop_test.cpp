@@ -88,6 +88,10 @@ TEST(SimDesktopFile, MalformedFilesGiveOneClearError) {
       {R"({"tavlinDesktop": 1, "windows": [{"number": 1, "pid": 1}]})", "windows[0]: missing \"bounds\""},
       {R"({"tavlinDesktop": 1, "windows": [{"number": 0, "pid": 1, "bounds": [0,0,1,1]}]})",
        "windows[0].number: expected an integer from 1 to 4294967295"},
+      {R"({"tavlinDesktop": 1, "apps": [{"pid": 1, "ui": {"appearsAt": 2, "disappearsAt": 2}}]})",
+       "apps[0].ui.disappearsAt: must be later than appearsAt"},
+      {R"({"tavlinDesktop": 1, "windows": [{"number": 1, "pid": 1, "bounds": [0,0,1,1], "appearsAt": -1}]})",
+       "windows[0].appearsAt: expected seconds from 0 to 2000000000"},
   };
   for (const auto& [text, message] : cases) EXPECT_EQ(loadError(text), message) << text;
 }

@@ -56,7 +56,7 @@ std::optional<size_t> axWindowFor(const SimDesktop& desktop, const platform::Win
   for (size_t i = 0; i < elements.size(); ++i) {
     const SimElement& e = elements[i];
     const std::string* role = textAttribute(e, "AXRole");
-    if (e.pid != window.ownerPID || !role || *role != "AXWindow") continue;
+    if (e.pid != window.ownerPID || !role || *role != "AXWindow" || !desktop.present(e)) continue;
     if (!first) first = i;
     if (auto frame = frameOf(e); frame && *frame == window.bounds) return i;
     const std::string* title = textAttribute(e, "AXTitle");
@@ -73,6 +73,7 @@ void drawTree(const SimDesktop& desktop, size_t root, const Rect& region, double
     stack.pop_back();
     if (!seen.insert(index).second) continue;
     const SimElement& e = desktop.element(index);
+    if (!desktop.present(e)) continue;
     if (auto frame = frameOf(e)) {
       const std::string* role = textAttribute(e, "AXRole");
       Style style = styleFor(role ? *role : "", textAttribute(e, "AXSubrole"));

@@ -84,6 +84,8 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   apps_ = std::move(other.apps_);
   elements_ = std::move(other.elements_);
   windows_ = std::move(other.windows_);
+  windowPresence_ = std::move(other.windowPresence_);
+  presenceChanges_ = std::move(other.presenceChanges_);
   screen_ = other.screen_;
   capture_ = other.capture_;
   eventFaults_ = other.eventFaults_;
@@ -171,6 +173,15 @@ ordered_json& SimDesktop::documentNode(const std::string& pointer) {
   return nodeAt(document_, ordered_json::json_pointer(pointer));
 }
 
+std::vector<platform::WindowInfo> SimDesktop::windows() const {
+  std::vector<platform::WindowInfo> out;
+  out.reserve(windows_.size());
+  for (size_t i = 0; i < windows_.size(); ++i) {
+    if (windowPresence_[i].contains(elapsedMicros_)) out.push_back(windows_[i]);
+  }
+  return out;
+}
+
 std::chrono::system_clock::time_point SimDesktop::now() const {
   return clockStart_ + std::chrono::microseconds(elapsedMicros_);
 }
@@ -208,6 +219,8 @@ std::optional<int64_t> SimDesktop::nextEventMicros() const {
   };
   for (const Scheduled& s : scheduled_) consider(s.atMicros);
   if (pendingActivation_) consider(pendingActivation_->atMicros);
+  // Something comes or goes then, which a wait may be waiting for.
+  if (auto change = presenceChanges_.upper_bound(elapsedMicros_); change != presenceChanges_.end()) consider(*change);
   for (const PanelSlot& slot : panels_) {
     int64_t due = slot.state.shownAtMicros + std::llround(slot.config.entriesDelay * 1e6);
     if (slot.config.entriesDelay > 0 && due > elapsedMicros_) consider(due);

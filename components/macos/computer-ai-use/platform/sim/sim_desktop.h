@@ -71,6 +71,18 @@ struct SimElement {
   std::string panelRole;
   std::string panelPath;
   bool invalid = false;  // listed, but every call on it fails (an icon scrolled out of view)
+  // The element exists only from `appearsAtMicros` until before `disappearsAtMicros` of
+  // the desktop's clock (its parent's span included): outside it, it is not listed and
+  // calls on it fail as on a destroyed element.
+  int64_t appearsAtMicros = 0;
+  int64_t disappearsAtMicros = INT64_MAX;
+};
+
+// A span of the desktop's clock in which something exists: [from, until).
+struct SimPresence {
+  int64_t from = 0;
+  int64_t until = INT64_MAX;
+  bool contains(int64_t micros) const { return micros >= from && micros < until; }
 };
 
 // How an application answers a request to activate it.
@@ -155,7 +167,13 @@ class SimDesktop {
   SimApp* app(int32_t pid);
   const std::vector<SimElement>& elements() const { return elements_; }
   const SimElement& element(size_t index) const { return elements_.at(index); }
-  const std::vector<platform::WindowInfo>& windows() const { return windows_; }
+  // The window-server list as it is at the desktop's time (entries with `appearsAt` or
+  // `disappearsAt` come and go).
+  std::vector<platform::WindowInfo> windows() const;
+  // Whether the element exists at the desktop's time.
+  bool present(const SimElement& e) const {
+    return elapsedMicros_ >= e.appearsAtMicros && elapsedMicros_ < e.disappearsAtMicros;
+  }
   const SimScreen& screen() const { return screen_; }
   bool accessibilityTrusted() const { return trusted_; }
   std::optional<int32_t> frontmostPid() const { return frontmostPid_; }
@@ -288,6 +306,8 @@ class SimDesktop {
   std::vector<SimApp> apps_;
   std::vector<SimElement> elements_;
   std::vector<platform::WindowInfo> windows_;
+  std::vector<SimPresence> windowPresence_;  // beside windows_
+  std::set<int64_t> presenceChanges_;        // when an element or window comes or goes
   SimScreen screen_;
   SimCaptureBehaviour capture_;
   SimEventFaults eventFaults_;

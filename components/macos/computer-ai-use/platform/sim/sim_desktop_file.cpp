@@ -123,7 +123,22 @@ double boundedSeconds(const Parser& p, const ordered_json& j, const std::string&
   return seconds;
 }
 
+// "appearsAt" / "disappearsAt" of an element or window: the span of the clock in which
+// it exists.
+SimPresence presenceOf(const Parser& p, const ordered_json& j, const std::string& where) {
+  SimPresence span;
+  if (auto it = j.find("appearsAt"); it != j.end()) {
+    span.from = std::llround(boundedSeconds(p, *it, where + ".appearsAt") * 1e6);
+  }
+  if (auto it = j.find("disappearsAt"); it != j.end()) {
+    span.until = std::llround(boundedSeconds(p, *it, where + ".disappearsAt") * 1e6);
+    if (span.until <= span.from) p.fail(where + ".disappearsAt", "must be later than appearsAt");
+  }
+  return span;
+}
+
 struct NodeRecord {
+  SimPresence presence;  // within its parent's
   const ordered_json* json = nullptr;
   std::string where;
   std::string pointer;
@@ -150,7 +165,12 @@ class DesktopBuilder {
                          " levels; use {\"ref\": ...} children for deeper trees");
     }
     size_t index = nodes_.size();
-    nodes_.push_back({&node, where, pointer, pid, {}, parent, isApplication});
+    SimPresence presence = presenceOf(p_, node, where);
+    if (parent) {
+      presence.from = std::max(presence.from, nodes_[*parent].presence.from);
+      presence.until = std::min(presence.until, nodes_[*parent].presence.until);
+    }
+    nodes_.push_back({presence, &node, where, pointer, pid, {}, parent, isApplication});
     if (auto it = node.find("id"); it != node.end()) {
       std::string id = p_.string(*it, where + ".id");
       if (id.empty()) p_.fail(where + ".id", "must not be empty");
@@ -245,9 +265,11 @@ class DesktopBuilder {
     p_.allowKeys(j, n.where,
                  {"id", "hash", "role", "subrole", "title", "description", "identifier", "roleDescription", "value",
                   "enabled", "focused", "position", "size", "actions", "settable", "attributes", "errors",
-                  "actionErrors", "children"});
+                  "actionErrors", "children", "appearsAt", "disappearsAt"});
     SimElement e;
     e.pid = n.pid;
+    e.appearsAtMicros = n.presence.from;
+    e.disappearsAtMicros = n.presence.until;
     e.jsonPointer = n.pointer;
     if (auto it = j.find("id"); it != j.end()) e.id = it->get<std::string>();
     // Derived hashes are stable for an unchanged file, which keeps numbering stable.
@@ -600,6 +622,11 @@ void SimDesktop::parse() {
   }
   elements_ = builder.elements();
   ids_ = builder.ids();
+  auto notePresence = [this](const SimPresence& span) {
+    if (span.from > 0) presenceChanges_.insert(span.from);
+    if (span.until != SimPresence{}.until) presenceChanges_.insert(span.until);
+  };
+  for (const SimElement& e : elements_) notePresence({e.appearsAtMicros, e.disappearsAtMicros});
   if (auto it = root.find("displayNames"); it != root.end()) {
     p.object(*it, "displayNames");
     for (auto d = it->begin(); d != it->end(); ++d) displayNames_[d.key()] = p.string(d.value(), "displayNames." + d.key());
@@ -641,7 +668,8 @@ void SimDesktop::parse() {
     for (size_t i = 0; i < it->size(); ++i) {
       std::string where = "windows[" + std::to_string(i) + "]";
       const ordered_json& w = p.object((*it)[i], where);
-      p.allowKeys(w, where, {"number", "pid", "layer", "bounds", "alpha", "ownerName", "name", "onscreen", "vanishes"});
+      p.allowKeys(w, where, {"number", "pid", "layer", "bounds", "alpha", "ownerName", "name", "onscreen", "vanishes",
+                             "appearsAt", "disappearsAt"});
       platform::WindowInfo info;
       auto number = w.find("number");
       if (number == w.end()) p.fail(where, "missing \"number\"");
@@ -676,6 +704,8 @@ void SimDesktop::parse() {
         capture_.vanishing.push_back(info.number);
       }
       windows_.push_back(info);
+      windowPresence_.push_back(presenceOf(p, w, where));
+      notePresence(windowPresence_.back());
     }
   }
 }

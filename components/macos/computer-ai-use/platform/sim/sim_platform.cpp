@@ -273,12 +273,14 @@ class SimAccessibilityPort final : public Accessibility {
   static const SimElement* resolve(const SimDesktop& d, const Element& element) {
     const SimElementImpl* e = simElement(element);
     if (!e) return nullptr;
-    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) {
-      return d.element(e->index).invalid ? nullptr : &d.element(e->index);
-    }
+    auto usable = [&d](size_t index) {
+      const SimElement& found = d.element(index);
+      return found.invalid || !d.present(found) ? nullptr : &found;
+    };
+    if (e->index < d.elements().size() && d.element(e->index).hash == e->hash) return usable(e->index);
     if (auto index = d.indexOfHash(e->hash)) {
       e->index = *index;
-      return d.element(*index).invalid ? nullptr : &d.element(*index);
+      return usable(*index);
     }
     return nullptr;
   }
@@ -295,7 +297,12 @@ class SimAccessibilityPort final : public Accessibility {
           } else if constexpr (std::is_same_v<T, StoredArray>) {
             AXArray items;
             items.reserve(x.size());
-            for (const auto& item : x) items.push_back(convert(d, item));
+            for (const auto& item : x) {
+              // An element that is not there (yet, or any more) is not listed.
+              const auto* listed = std::get_if<ElementIndex>(&item.storage);
+              if (listed && !d.present(d.element(listed->index))) continue;
+              items.push_back(convert(d, item));
+            }
             return {std::move(items)};
           } else {
             return {x};
@@ -314,6 +321,8 @@ class SimAccessibilityPort final : public Accessibility {
       // from one it does not have at all.
       return {e->emptyAttributes.count(attribute) ? AXError::noValue : AXError::attributeUnsupported, std::nullopt};
     }
+    const auto* single = std::get_if<ElementIndex>(&it->second.storage);
+    if (single && !d.present(d.element(single->index))) return {AXError::noValue, std::nullopt};
     return {AXError::success, convert(d, it->second)};
   }
 
