@@ -14,8 +14,10 @@
 #include "cli/usage.h"
 #include "common/unicode.h"
 #include "input/background_paste.h"
+#include "input/clipboard_commands.h"
 #include "input/keyboard_commands.h"
 #include "input/pointer_commands.h"
+#include "menus/menu_commands.h"
 #include "openpanel/open_panel_commands.h"
 #include "snapshot/app_state_format.h"
 #include "snapshot/get_app_state.h"
@@ -75,6 +77,10 @@ const std::vector<Command>& commandTable() {
       {{"inspect-open-panel", "inspect_open_panel"}, openpanel::handleInspectOpenPanel},
       {{"scroll"}, input::handleScroll},
       {{"drag"}, input::handleDrag},
+      {{"list-menus", "list_menus"}, menus::handleListMenus},
+      {{"press-menu", "press_menu"}, menus::handlePressMenu},
+      {{"get-clipboard", "get_clipboard"}, input::handleGetClipboard},
+      {{"set-clipboard", "set_clipboard"}, input::handleSetClipboard},
       {{"-h", "--help", "help"},
        [](CommandContext& context, const cli::Flags&) {
          context.output.standardOutput(std::string(cli::usageText) + "\n");
