@@ -180,7 +180,7 @@ std::string listedTitles(const std::vector<std::string>& titles) {
 }
 
 std::vector<MenuItem> MenuReader::menuBar(int32_t pid, const std::string& appName) {
-  platform::AXCopyResult bar = ax_.copyAttributeValue(ax_.applicationElement(pid), "AXMenuBar");
+  platform::AXCopyResult bar = ax_.copyAttributeValue(ax_.applicationElement(pid), menuBarAttribute);
   std::vector<platform::Element> found = snapshot::elementsOf(valueOf(bar));
   if (found.empty()) {
     std::string code = bar.error == platform::AXError::success
@@ -204,11 +204,16 @@ void MenuReader::readSubmenus(std::vector<MenuItem>& items, int depth) {
   }
 }
 
-std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
-  // The slots of the one batched read of each item.
+const std::vector<std::string>& menuItemAttributes() {
+  // The order is the slots' in itemsOf.
   static const std::vector<std::string> attributes = {
       "AXRole", "AXTitle", "AXEnabled", "AXMenuItemMarkChar", "AXMenuItemCmdChar", "AXMenuItemCmdModifiers",
       "AXMenuItemCmdVirtualKey", "AXMenuItemCmdGlyph", "AXChildren"};
+  return attributes;
+}
+
+std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
+  const std::vector<std::string>& attributes = menuItemAttributes();
   std::vector<MenuItem> items;
   for (const platform::Element& child : snapshot::elementsOf(valueOf(ax_.copyAttributeValue(holder, "AXChildren")))) {
     if (read_ >= maxMenuItems) {

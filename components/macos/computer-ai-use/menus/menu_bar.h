@@ -74,6 +74,11 @@ TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::str
 // "A, B, C", at most maxTitlesInMessage of them ("…, and 12 more").
 std::string listedTitles(const std::vector<std::string>& titles);
 
+// The attributes read of each item, in one batched call (a recording keeps them), and
+// the application's attribute that names its menu bar.
+const std::vector<std::string>& menuItemAttributes();
+inline constexpr const char* menuBarAttribute = "AXMenuBar";
+
 class MenuReader {
  public:
   explicit MenuReader(platform::Accessibility& ax) : ax_(ax) {}

@@ -168,3 +168,14 @@ TEST(MenusAndClipboard, NeverActivateNorPostEventsOfTheSession) {
   }
   EXPECT_NE(readText(d.path).find("\"frontmostPid\": 5150"), std::string::npos);
 }
+
+TEST(ListMenus, ARecordingReplaysTheMenusWithTheirShortcutsAndMarks) {
+  DesktopFixture original(readText(exampleDesktop));
+  ASSERT_EQ(original.run({"__record-desktop", "--app", "Scribe", "--out", original.dir.file("recording.json")}).status, 0);
+  DesktopFixture replay(readText(original.dir.file("recording.json")));
+  const std::vector<std::string> listing = {"list-menus", "--app", "Scribe", "--depth", "3"};
+  ToolRun before = original.run(listing), after = replay.run(listing);
+  ASSERT_EQ(before.status, 0) << before.err;
+  EXPECT_EQ(after.err, "");
+  EXPECT_EQ(after.out, before.out);
+}
