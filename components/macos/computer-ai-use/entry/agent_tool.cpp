@@ -14,8 +14,10 @@
 #include "cli/usage.h"
 #include "common/unicode.h"
 #include "input/background_paste.h"
+#include "input/clipboard_commands.h"
 #include "input/keyboard_commands.h"
 #include "input/pointer_commands.h"
+#include "menus/menu_commands.h"
 #include "openpanel/open_panel_commands.h"
 #include "snapshot/app_state_format.h"
 #include "snapshot/element_query.h"
@@ -81,6 +83,10 @@ const std::vector<Command>& commandTable() {
       {{"drag"}, input::handleDrag},
       {{"find-elements", "find_elements"}, snapshot::handleFindElements},
       {{"wait-for", "wait_for"}, snapshot::handleWaitFor},
+      {{"list-menus", "list_menus"}, menus::handleListMenus},
+      {{"press-menu", "press_menu"}, menus::handlePressMenu},
+      {{"get-clipboard", "get_clipboard"}, input::handleGetClipboard},
+      {{"set-clipboard", "set_clipboard"}, input::handleSetClipboard},
       {{"-h", "--help", "help"},
        [](CommandContext& context, const cli::Flags&) {
          context.output.standardOutput(std::string(cli::usageText) + "\n");

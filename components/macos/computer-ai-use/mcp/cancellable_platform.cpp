@@ -130,6 +130,20 @@ class GuardedProcesses final : public Processes {
   Processes& inner_;
 };
 
+class GuardedPasteboard final : public Pasteboard {
+ public:
+  GuardedPasteboard(const CancellablePlatform& owner, Pasteboard& inner) : owner_(owner), inner_(inner) {}
+  PasteboardContents read() override { return inner_.read(); }
+  bool writeText(const std::string& text) override {
+    owner_.check();
+    return inner_.writeText(text);
+  }
+
+ private:
+  const CancellablePlatform& owner_;
+  Pasteboard& inner_;
+};
+
 }  // namespace
 
 // The guarded ports are made on first use: the inner platform may create its own
@@ -139,6 +153,7 @@ struct CancellablePlatform::Ports {
   std::unique_ptr<GuardedEvents> events;
   std::unique_ptr<GuardedAccessibility> accessibility;
   std::unique_ptr<GuardedProcesses> processes;
+  std::unique_ptr<GuardedPasteboard> pasteboard;
 };
 
 CancellablePlatform::CancellablePlatform(platform::Platform& inner) : inner_(inner), ports_(std::make_unique<Ports>()) {
@@ -154,6 +169,11 @@ void CancellablePlatform::interruptWaitsWhen(std::function<bool()> interrupted) 
 platform::Processes& CancellablePlatform::processes() {
   if (!ports_->processes) ports_->processes = std::make_unique<GuardedProcesses>(*this, inner_.processes());
   return *ports_->processes;
+}
+
+platform::Pasteboard& CancellablePlatform::pasteboard() {
+  if (!ports_->pasteboard) ports_->pasteboard = std::make_unique<GuardedPasteboard>(*this, inner_.pasteboard());
+  return *ports_->pasteboard;
 }
 
 void CancellablePlatform::check() const {

@@ -1,10 +1,10 @@
 #pragma once
 // The platform as a server's tool call sees it: every port forwards to the real one,
 // but once the call is cancelled (the client's notifications/cancelled) its next wait,
-// posted event, accessibility action or value change throws a ToolError instead of
-// happening, so a cancelled call ends at its next poll and does nothing more. Waits
-// outside the clock end too: a child process is ended, and the inner platform's own
-// waits (a simulated desktop's lock) are interrupted.
+// posted event, accessibility action, value change or clipboard write throws a
+// ToolError instead of happening, so a cancelled call ends at its next poll and does
+// nothing more. Waits outside the clock end too: a child process is ended, and the
+// inner platform's own waits (a simulated desktop's lock) are interrupted.
 #include <atomic>
 #include <memory>
 
@@ -34,6 +34,7 @@ class CancellablePlatform final : public platform::Platform {
   platform::Clock& clock() override;
   platform::Processes& processes() override;
   platform::StatusBar& statusBar() override { return inner_.statusBar(); }
+  platform::Pasteboard& pasteboard() override;
   void commit() override { inner_.commit(); }
   void checkpoint() override { inner_.checkpoint(); }
   // Chained: the inner platform's waits end when this one is cancelled or `interrupted` holds.

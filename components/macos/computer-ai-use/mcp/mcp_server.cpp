@@ -16,6 +16,7 @@
 #include "common/json_text.h"
 #include "common/unicode.h"
 #include "input/event_synthesis.h"
+#include "menus/menu_bar.h"
 #include "runtime/output.h"
 #include "snapshot/element_changes.h"
 #include "statusitem/status_item_services.h"
@@ -89,6 +90,10 @@ ToolParameter timeout(const char* fallback) {
                      std::string("Seconds to wait for the Open panel to appear (default ") + fallback + ", at most 600).",
                      false, {}},
                     0, 600);
+}
+ToolParameter menuPath(bool required, const char* description) {
+  ToolParameter p{"path", "--path", "string", description, required, {}};
+  return required ? nonEmpty(p) : p;
 }
 ToolParameter number(const char* name, const char* flag, const char* description) {
   return {name, flag, "number", description, true, {}};
@@ -252,6 +257,8 @@ ToolHints hintsFor(const std::string& tool) {
   if (tool == "activate_app") return {false, false, true};
   if (tool == "scroll") return {false, false, false};
   if (tool == "set_value") return {false, true, true};
+  if (tool == "list_menus" || tool == "get_clipboard") return {true, false, true};
+  if (tool == "set_clipboard") return {false, true, true};  // what the clipboard held is gone
   return {false, true, false};  // clicks, keys, text, drags, pastes, actions, Open panel choices
 }
 
@@ -374,6 +381,22 @@ const Json& outputSchemaFor(const std::string& tool) {
                       {"error", string}}}};
     s["get_app_state"]["properties"]["changes"] = changes;
     for (const auto& tool : observingTools()) s[tool]["properties"]["changes"] = changes;
+    Json menuItem = object({{"title", string},
+                            {"enabled", boolean},
+                            {"checked", boolean},
+                            {"shortcut", string},
+                            {"submenu", boolean},
+                            {"items", {{"type", "array"}, {"items", {{"type", "object"}}}}}},
+                           {"title", "checked", "submenu"});
+    s["list_menus"] = object({{"app", string}, {"pid", integer}, {"path", string},
+                              {"items", {{"type", "array"}, {"items", menuItem}}}, {"truncated", boolean}},
+                             {"app", "pid", "items", "truncated"});
+    s["press_menu"] = object({{"ok", okTrue}, {"app", string}, {"path", string}, {"title", string}, {"action", string}},
+                             {"ok", "path", "title"});
+    Json types = {{"type", "array"}, {"items", string}};
+    s["get_clipboard"] = object({{"text", string}, {"types", types}, {"change_count", integer}}, {"types", "change_count"});
+    s["set_clipboard"] = object({{"ok", okTrue}, {"length", integer}, {"types", types}, {"change_count", integer}},
+                                {"ok", "length", "change_count"});
     return s;
   }();
   return schemas.at(tool);
@@ -540,6 +563,25 @@ const std::vector<ToolEntry>& toolEntries() {
        "screenshot.",
        {app(), number("from_x", "--from-x", "Start pixel column."), number("from_y", "--from-y", "Start pixel row."),
         number("to_x", "--to-x", "End pixel column."), number("to_y", "--to-y", "End pixel row.")}},
+      {"list_menus", "list-menus", "List an application's menus",
+       "Lists the items of an application's menu bar, or of one menu given by path, with each item's title, whether "
+       "it is enabled and checked, its keyboard shortcut (in press_key's words) and whether it opens a submenu. "
+       "Reads through accessibility: the application is not activated and no menu opens.",
+       {app(), menuPath(false, "A menu to list instead of the menu bar, e.g. \"File\" or \"File > Open Recent\"."),
+        withBounds({"depth", "--depth", "integer", "Levels of submenus to include (default 1: the items alone).",
+                    false, {}},
+                   1, menus::maxMenuDepth)}},
+      {"press_menu", "press-menu", "Press a menu item",
+       "Presses a menu-bar item of an application by its path, such as \"File > Export…\", through accessibility, "
+       "without activating the application or opening the menu. Titles match exactly first, then ignoring case "
+       "(\"...\" for \"…\"). A disabled item is not pressed; a path that does not match says what that menu holds.",
+       {app(), menuPath(true, "The item's path: menu titles joined by \" > \", from the menu bar down.")}},
+      {"get_clipboard", "get-clipboard", "Read the clipboard",
+       "Gives the clipboard's plain text (absent when it holds none), the types it holds and its change count.", {}},
+      {"set_clipboard", "set-clipboard", "Set the clipboard",
+       "Puts text on the clipboard as plain text and checks that it is there, so that background_paste_clipboard "
+       "pastes exactly that. What the clipboard held before is replaced.",
+       {nonEmpty({"text", "--text", "string", "The text (at most 1 MiB).", true, {}})}},
   });
   return tools;
 }

@@ -9,6 +9,7 @@
 #include "platform/accessibility.h"
 #include "platform/clock.h"
 #include "platform/events.h"
+#include "platform/pasteboard.h"
 #include "platform/processes.h"
 #include "platform/screen_capture.h"
 #include "platform/status_bar.h"
@@ -28,6 +29,7 @@ class Platform {
   virtual Clock& clock() = 0;
   virtual Processes& processes() = 0;
   virtual StatusBar& statusBar() = 0;
+  virtual Pasteboard& pasteboard() = 0;
   // Records what changed (a simulated desktop writes its state back and appends its
   // event log). Called as a command ends, on every path; calling it again with
   // nothing new does nothing. Throws std::exception with a one-line message when the

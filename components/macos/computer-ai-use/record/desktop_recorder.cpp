@@ -11,6 +11,7 @@
 #include "clicker/clicker.h"
 #include "cli/tool_error.h"
 #include "common/unicode.h"
+#include "menus/menu_bar.h"
 #include "openpanel/panel_view.h"
 #include "platform/desktop_file_format.h"
 #include "snapshot/ax_access.h"
@@ -33,8 +34,8 @@ constexpr size_t maxDeclarationDepth = 128;
 constexpr uint64_t derivedHashBase = 0x10000;
 
 // Every attribute any command reads from an element: the walk's and its traversal
-// attributes, the Open panel view's, the clicker's, and the focused element and
-// selections that other commands ask for.
+// attributes, the Open panel view's, the clicker's, the menus', and the focused
+// element and selections that other commands ask for.
 std::vector<std::string> recordedAttributes(const std::vector<std::string>& traversal) {
   std::vector<std::string> names;
   auto add = [&names](const std::vector<std::string>& more) {
@@ -47,6 +48,8 @@ std::vector<std::string> recordedAttributes(const std::vector<std::string>& trav
   add(openpanel::panelViewAttributes());
   add(clicker::clickerAttributes());
   add({"AXFocusedUIElement", "AXSelectedChildren"});
+  add(menus::menuItemAttributes());
+  add({menus::menuBarAttribute});
   return names;
 }
 

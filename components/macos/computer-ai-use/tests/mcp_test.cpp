@@ -326,6 +326,8 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"perform_secondary_action", {false, true, false}}, {"choose_open_panel_path", {false, true, false}},
       {"choose_open_panel_bundle", {false, true, false}}, {"scroll", {false, false, false}},
       {"find_elements", {true, false, true}},      {"wait_for", {true, false, true}},
+      {"list_menus", {true, false, true}},         {"press_menu", {false, true, false}},
+      {"get_clipboard", {true, false, true}},      {"set_clipboard", {false, true, true}},
   };
   Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/list"})"))["result"]["tools"];
   ASSERT_EQ(tools.size(), expected.size());
@@ -361,6 +363,10 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"type_text", R"({"app": "Scribe", "text": "hi"})", {"typed_length"}},
       {"background_paste_clipboard", R"({"app": "Scribe", "screen_x": 400, "screen_y": 300})",
        {"screen_point", "frontmost_before", "window"}},
+      {"list_menus", R"({"app": "Scribe", "path": "format", "depth": 2})", {"items", "path", "truncated"}},
+      {"press_menu", R"({"app": "Scribe", "path": "File > Save"})", {"path", "title", "action"}},
+      {"set_clipboard", R"({"text": "a/b"})", {"length", "change_count", "types"}},
+      {"get_clipboard", "{}", {"text", "change_count", "types"}},
   };
   for (const Call& c : calls) {
     Json result = s.call(c.tool, c.arguments)["result"];

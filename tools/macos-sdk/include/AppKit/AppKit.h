@@ -148,4 +148,23 @@ typedef CGRect NSRect;
 @property(readonly) CGFloat backingScaleFactor API_AVAILABLE(macos(10.7));
 @end
 
+// The general pasteboard (NSPasteboard.h).
+typedef NSString* NSPasteboardType;
+#ifdef __cplusplus
+extern "C" {
+#endif
+extern NSPasteboardType const NSPasteboardTypeString API_AVAILABLE(macos(10.6));
+#ifdef __cplusplus
+}
+#endif
+
+@interface NSPasteboard : NSObject
+@property(class, readonly, strong) NSPasteboard* generalPasteboard;
+@property(readonly) NSInteger changeCount;
+@property(nullable, readonly, copy) NSArray<NSPasteboardType>* types;
+- (NSInteger)clearContents API_AVAILABLE(macos(10.6));
+- (BOOL)setString:(NSString*)string forType:(NSPasteboardType)dataType;
+- (nullable NSString*)stringForType:(NSPasteboardType)dataType;
+@end
+
 NS_ASSUME_NONNULL_END

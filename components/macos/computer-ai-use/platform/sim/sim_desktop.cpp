@@ -106,6 +106,8 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   ids_ = std::move(other.ids_);
   scheduled_ = std::move(other.scheduled_);
   fromFile_ = other.fromFile_;
+  clipboard_ = std::move(other.clipboard_);
+  selectedAll_ = std::move(other.selectedAll_);
   return *this;
 }
 

@@ -137,6 +137,23 @@ struct SimCaptureBehaviour {
   std::optional<bool> preflight;
 };
 
+// The general pasteboard, when the desktop has one ("clipboard").
+struct SimClipboard {
+  std::optional<std::string> text;  // plain text; absent when the clipboard holds none
+  std::vector<std::string> types;
+  int64_t changeCount = 0;
+  bool writeFails = false;  // the pasteboard refuses every write
+  // Another application (a clipboard manager) puts this text there right after each write.
+  std::optional<std::string> replacedAfterWrite;
+};
+
+// The keys a simulated text receiver takes: Cmd+A selects all; Delete (key 51) deletes
+// the selection or the last character; typed text and Return replace the selection or
+// append; with a clipboard text, Cmd+V pastes it the same way. False for any other key
+// (nothing changed).
+bool editTextWithKey(std::string& text, bool& selected, const platform::Event& event,
+                     const std::optional<std::string>& clipboardText);
+
 struct EventField {
   std::string name;
   std::string value;
@@ -204,6 +221,17 @@ class SimDesktop {
   // The element that now has this hash (a panel rebuilds its elements as it changes).
   std::optional<size_t> indexOfHash(uint64_t hash) const;
 
+  // --- the clipboard (sim_clipboard.cpp) ---
+  const std::optional<SimClipboard>& clipboard() const { return clipboard_; }
+  // Puts the text there as plain text, in the model and the file; false when the
+  // desktop says the pasteboard refuses (nothing changes then).
+  bool writeClipboardText(const std::string& text);
+  // With a clipboard, the focused element of an application (its application element's
+  // AXFocusedUIElement, when AXValue is settable) takes the keys posted to its process,
+  // as editTextWithKey says; an application with an Open panel keeps the panel's own
+  // handling. A selection lasts while this process runs.
+  void clipboardInput(int32_t pid, const platform::Event& event);
+
   // --- clock ---
   std::chrono::system_clock::time_point clockStart() const { return clockStart_; }
   std::chrono::system_clock::time_point now() const;
@@ -266,6 +294,7 @@ class SimDesktop {
     StoredArray hostChildren;      // the host's own AXChildren
     StoredArray hostWindows;       // the application's own AXWindows (window presentation)
   };
+  void parseClipboard(const nlohmann::ordered_json& json);
   void parseOpenPanel(const nlohmann::ordered_json& json, const std::string& where, const std::string& pointer,
                       int32_t pid, size_t appIndex);
   void rebuildOpenPanels();
@@ -302,6 +331,9 @@ class SimDesktop {
   int lockDescriptor_ = -1;
   nlohmann::ordered_json document_;
   bool dirty_ = false;
+
+  std::optional<SimClipboard> clipboard_;
+  std::set<size_t> selectedAll_;  // focused elements whose text is selected (Cmd+A)
 
   std::vector<SimApp> apps_;
   std::vector<SimElement> elements_;

@@ -17,6 +17,7 @@
 #include "common/files.h"
 #include "common/json_text.h"
 #include "platform/desktop_file_format.h"
+#include "platform/pasteboard.h"
 
 namespace tavlin::sim {
 
@@ -331,12 +332,17 @@ class DesktopBuilder {
       // As on macOS, an application lists its windows beside its other children.
       StoredArray windows;
       for (size_t c : n.children) {
-        auto role = nodes_[c].json->find("role");
-        if (role != nodes_[c].json->end() && role->is_string() && role->get<std::string>() == "AXWindow") {
-          windows.push_back({ElementIndex{c}});
-        }
+        if (hasRole(c, "AXWindow")) windows.push_back({ElementIndex{c}});
       }
       e.attributes["AXWindows"].storage = std::move(windows);
+    }
+    if (n.isApplication && !given("AXMenuBar")) {
+      // An application's menu bar is among its children; the attribute names it.
+      for (size_t c : n.children) {
+        if (!hasRole(c, "AXMenuBar")) continue;
+        e.attributes["AXMenuBar"].storage = ElementIndex{c};
+        break;
+      }
     }
     if (auto it = j.find("actions"); it != j.end()) e.actions = p_.strings(*it, n.where + ".actions");
     if (auto it = j.find("settable"); it != j.end()) e.settable = p_.strings(*it, n.where + ".settable");
@@ -347,6 +353,11 @@ class DesktopBuilder {
       }
     }
     return e;
+  }
+
+  bool hasRole(size_t node, const char* role) const {
+    auto it = nodes_[node].json->find("role");
+    return it != nodes_[node].json->end() && it->is_string() && it->get<std::string>() == role;
   }
 
   const Parser& p_;
@@ -454,7 +465,7 @@ void SimDesktop::parse() {
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
                          "pointer", "apps", "windows", "stats", "pendingActivation", "capture", "screenCaptureKit",
-                         "eventCreationFails", "displayNames"});
+                         "eventCreationFails", "displayNames", "clipboard"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -542,6 +553,7 @@ void SimDesktop::parse() {
       else p.fail("eventCreationFails", "expected \"mouse\", \"keyboard\" or \"scroll\", not \"" + kind + "\"");
     }
   }
+  if (auto it = root.find("clipboard"); it != root.end()) parseClipboard(*it);
   if (auto it = root.find("accessibilityTrusted"); it != root.end()) trusted_ = p.boolean(*it, "accessibilityTrusted");
   if (auto it = root.find("pointer"); it != root.end()) {
     auto v = p.numbers(*it, "pointer", 2, "[x, y]");
@@ -713,6 +725,30 @@ void SimDesktop::parse() {
 }  // namespace tavlin::sim
 
 namespace tavlin::sim {
+
+void SimDesktop::parseClipboard(const ordered_json& json) {
+  Parser p(path_);
+  p.object(json, "clipboard");
+  p.allowKeys(json, "clipboard", {"text", "types", "changeCount", "writeFails", "replacedAfterWrite"});
+  SimClipboard& board = clipboard_.emplace();
+  if (auto it = json.find("text"); it != json.end() && !it->is_null()) board.text = p.string(*it, "clipboard.text");
+  if (auto it = json.find("types"); it != json.end()) {
+    board.types = p.strings(*it, "clipboard.types");
+  } else if (board.text) {
+    board.types = {platform::plainTextPasteboardType};
+  }
+  if (board.text && std::find(board.types.begin(), board.types.end(), platform::plainTextPasteboardType) ==
+                        board.types.end()) {
+    p.fail("clipboard.types", std::string("a clipboard with text lists ") + platform::plainTextPasteboardType);
+  }
+  if (auto it = json.find("changeCount"); it != json.end()) {
+    board.changeCount = p.integer(*it, "clipboard.changeCount", 0, std::numeric_limits<int64_t>::max() / 2);
+  }
+  if (auto it = json.find("writeFails"); it != json.end()) board.writeFails = p.boolean(*it, "clipboard.writeFails");
+  if (auto it = json.find("replacedAfterWrite"); it != json.end()) {
+    board.replacedAfterWrite = p.string(*it, "clipboard.replacedAfterWrite");
+  }
+}
 
 void SimDesktop::parseOpenPanel(const ordered_json& json, const std::string& where, const std::string& pointer,
                                 int32_t pid, size_t appIndex) {

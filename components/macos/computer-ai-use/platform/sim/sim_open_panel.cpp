@@ -98,14 +98,6 @@ platform::Rect contentFrame(const SimOpenPanelConfig& c, size_t i) {
   return {{v.origin.x, v.origin.y + 20.0 * i}, {530, 20}};
 }
 
-// The last UTF-8 character removed (Delete in a text area).
-void dropLastCharacter(std::string& text) {
-  if (text.empty()) return;
-  size_t at = text.size() - 1;
-  while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) --at;
-  text.resize(at);
-}
-
 }  // namespace
 
 std::string SimDesktop::displayName(const std::string& path) const {
@@ -619,28 +611,13 @@ void SimDesktop::openPanelInput(int32_t pid, const platform::Event& event) {
 
 void SimDesktop::hostTextInput(size_t panel, const platform::Event& event) {
   PanelSlot& slot = panels_[panel];
-  if (!slot.config.hostTextArea || event.type != platform::EventType::keyDown) return;
+  if (!slot.config.hostTextArea) return;
   SimOpenPanelState& s = slot.state;
-  std::string text = s.hostText.value_or(*slot.config.hostTextArea);
-  uint64_t held = event.flags.value_or(0) & (platform::eventflags::command | platform::eventflags::control |
-                                             platform::eventflags::alternate);
+  const std::string before = s.hostText.value_or(*slot.config.hostTextArea);
+  std::string text = before;
   bool selected = s.hostTextSelected;
-  if (held == platform::eventflags::command && event.keyCode == 0) {
-    selected = true;
-  } else if (held != 0) {
-    return;  // other shortcuts do nothing here
-  } else if (event.keyCode == 51) {
-    if (selected) text.clear();
-    else dropLastCharacter(text);
-    selected = false;
-  } else if (event.keyCode == 36 || event.unicodeString) {
-    std::string typed = event.keyCode == 36 ? "\n" : common::utf8FromUTF16(*event.unicodeString);
-    text = selected ? typed : text + typed;
-    selected = false;
-  } else {
-    return;
-  }
-  if (text != s.hostText.value_or(*slot.config.hostTextArea)) {
+  if (!editTextWithKey(text, selected, event, clipboard_ ? clipboard_->text : std::nullopt)) return;
+  if (text != before) {
     log("pid:" + std::to_string(slot.config.pid), "host-text-edited", {{"value", text}});
   }
   s.hostText = text;

@@ -377,6 +377,7 @@ class SimEventsPort final : public Events {
       d.setFrontmostPid(pid);
     }
     d.openPanelInput(pid, event);
+    d.clipboardInput(pid, event);
   }
   bool warpMouseCursor(Point point) override {
     SimDesktop& d = p_.desktop();
@@ -682,9 +683,24 @@ class SimClockPort final : public Clock {
   SimPlatform& p_;
 };
 
+// The desktop's clipboard; a desktop without one has an empty pasteboard.
+class SimPasteboardPort final : public Pasteboard {
+ public:
+  explicit SimPasteboardPort(SimPlatform& p) : p_(p) {}
+  PasteboardContents read() override {
+    const auto& board = p_.desktop().clipboard();
+    if (!board) return {};
+    return {board->text, board->types, board->changeCount};
+  }
+  bool writeText(const std::string& text) override { return p_.desktop().writeClipboardText(text); }
+
+ private:
+  SimPlatform& p_;
+};
+
 struct SimPlatform::Ports {
   explicit Ports(SimPlatform& p)
-      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p) {}
+      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p), pasteboard(p) {}
   SimAccessibilityPort accessibility;
   SimEventsPort events;
   SimWorkspacePort workspace;
@@ -693,6 +709,7 @@ struct SimPlatform::Ports {
   SimClockPort clock;
   SimProcessesPort processes;
   HeadlessStatusBar statusBar;
+  SimPasteboardPort pasteboard;
 };
 
 SimPlatform::SimPlatform(SimSettings settings)
@@ -711,6 +728,7 @@ ScreenCapture& SimPlatform::screenCapture() { return ports_->capture; }
 Clock& SimPlatform::clock() { return ports_->clock; }
 Processes& SimPlatform::processes() { return ports_->processes; }
 StatusBar& SimPlatform::statusBar() { return ports_->statusBar; }
+Pasteboard& SimPlatform::pasteboard() { return ports_->pasteboard; }
 
 SimDesktop& SimPlatform::desktop() {
   if (!desktop_) {

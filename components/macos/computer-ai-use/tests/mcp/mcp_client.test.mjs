@@ -53,7 +53,8 @@ test('an MCP client observes and acts on the example desktop', async () => {
     const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
     for (const name of ['list_apps', 'activate_app', 'get_app_state', 'click', 'type_text', 'press_key', 'set_value',
                         'background_paste_clipboard', 'perform_secondary_action', 'choose_open_panel_path',
-                        'choose_open_panel_bundle', 'inspect_open_panel', 'scroll', 'drag', 'find_elements', 'wait_for']) {
+                        'choose_open_panel_bundle', 'inspect_open_panel', 'scroll', 'drag', 'find_elements', 'wait_for',
+                        'list_menus', 'press_menu', 'get_clipboard', 'set_clipboard']) {
       assert.ok(byName[name], `tool ${name}`);
       assert.equal(byName[name].inputSchema.type, 'object');
       assert.ok(byName[name].description.length > 20, `${name} has a description`);
@@ -120,7 +121,7 @@ for (const { protocol, pkg } of matrix) {
     const { client } = await connect(dir, sdk);
     try {
       const { tools } = await client.listTools();
-      assert.equal(tools.length, 16);
+      assert.equal(tools.length, 20);
       const ajv = new Ajv({ strict: false });
       const validators = {};
       for (const tool of tools) {
@@ -129,12 +130,14 @@ for (const { protocol, pkg } of matrix) {
         validators[tool.name] = ajv.compile(tool.outputSchema);
       }
       const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
-      for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel', 'find_elements', 'wait_for']) {
+      for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel', 'find_elements', 'wait_for', 'list_menus',
+                          'get_clipboard']) {
         assert.equal(byName[name].annotations.readOnlyHint, true, name);
         assert.equal(byName[name].annotations.idempotentHint, true, name);
       }
       for (const name of ['click', 'type_text', 'press_key', 'drag', 'background_paste_clipboard', 'set_value',
-                          'perform_secondary_action', 'choose_open_panel_path', 'choose_open_panel_bundle']) {
+                          'perform_secondary_action', 'choose_open_panel_path', 'choose_open_panel_bundle',
+                          'press_menu', 'set_clipboard']) {
         assert.equal(byName[name].annotations.destructiveHint, true, name);
         assert.equal(byName[name].annotations.readOnlyHint, false, name);
       }
@@ -159,6 +162,11 @@ for (const { protocol, pkg } of matrix) {
         ['find_elements', { app: 'Scribe', role: 'AXButton', interactive: true }],
         ['wait_for', { app: 'Scribe', text: 'Bold', timeout: 1 }],
         ['wait_for', { app: 'Scribe', window_title: 'Meeting', timeout: 0 }],
+        ['list_menus', { app: 'Scribe', depth: 3 }],
+        ['press_menu', { app: 'Scribe', path: 'Format > Font > Bigger' }],
+        ['get_clipboard', {}],
+        ['set_clipboard', { text: 'Pasted by the agent' }],
+        ['get_clipboard', {}],
       ];
       for (const [name, args] of calls) {
         const result = await client.callTool({ name, arguments: args });
@@ -206,7 +214,7 @@ test('the MCP Inspector CLI lists the tools and calls one', async () => {
       return JSON.parse(stdout.slice(stdout.indexOf('{')));
     };
     const { tools } = await run('--method', 'tools/list');
-    assert.equal(tools.length, 16);
+    assert.equal(tools.length, 20);
     const apps = await run('--method', 'tools/call', '--tool-name', 'list_apps');
     assert.equal(apps.isError, false);
     assert.equal(apps.structuredContent.apps[0].name, 'Scribe');
