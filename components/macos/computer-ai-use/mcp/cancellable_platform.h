@@ -34,6 +34,8 @@ class CancellablePlatform final : public platform::Platform {
   platform::Clock& clock() override;
   platform::Processes& processes() override;
   platform::StatusBar& statusBar() override { return inner_.statusBar(); }
+  // Reads that return at once: nothing to cancel.
+  platform::SystemInfo& systemInfo() override { return inner_.systemInfo(); }
   void commit() override { inner_.commit(); }
   void checkpoint() override { inner_.checkpoint(); }
   // Chained: the inner platform's waits end when this one is cancelled or `interrupted` holds.

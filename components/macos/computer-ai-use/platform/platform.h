@@ -12,6 +12,7 @@
 #include "platform/processes.h"
 #include "platform/screen_capture.h"
 #include "platform/status_bar.h"
+#include "platform/system_info.h"
 #include "platform/window_list.h"
 #include "platform/workspace.h"
 
@@ -28,6 +29,7 @@ class Platform {
   virtual Clock& clock() = 0;
   virtual Processes& processes() = 0;
   virtual StatusBar& statusBar() = 0;
+  virtual SystemInfo& systemInfo() = 0;
   // Records what changed (a simulated desktop writes its state back and appends its
   // event log). Called as a command ends, on every path; calling it again with
   // nothing new does nothing. Throws std::exception with a one-line message when the

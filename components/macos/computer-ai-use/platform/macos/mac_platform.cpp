@@ -5,6 +5,7 @@
 #include "platform/macos/mac_events.h"
 #include "platform/macos/mac_screen_capture.h"
 #include "platform/macos/mac_status_bar.h"
+#include "platform/macos/mac_system_info.h"
 #include "platform/macos/mac_window_list.h"
 #include "platform/macos/mac_workspace.h"
 #include "platform/posix_processes.h"
@@ -22,6 +23,7 @@ class MacPlatform final : public platform::Platform {
   platform::Clock& clock() override { return clock_; }
   platform::Processes& processes() override { return processes_; }
   platform::StatusBar& statusBar() override { return statusBar_; }
+  platform::SystemInfo& systemInfo() override { return systemInfo_; }
   void commit() override {}
 
  private:
@@ -33,6 +35,7 @@ class MacPlatform final : public platform::Platform {
   MacClock clock_;
   platform::PosixProcesses processes_;
   MacStatusBar statusBar_;
+  MacSystemInfo systemInfo_;
 };
 
 }  // namespace

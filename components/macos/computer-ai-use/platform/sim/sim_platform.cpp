@@ -673,9 +673,20 @@ class SimClockPort final : public Clock {
   SimPlatform& p_;
 };
 
+// The desktop's answers; reading them is not an event.
+class SimSystemInfoPort final : public SystemInfo {
+ public:
+  explicit SimSystemInfoPort(SimPlatform& p) : p_(p) {}
+  CodeSignature codeSignature() override { return p_.desktop().system().codeSignature; }
+  std::optional<std::string> operatingSystemVersion() override { return p_.desktop().system().version; }
+
+ private:
+  SimPlatform& p_;
+};
+
 struct SimPlatform::Ports {
   explicit Ports(SimPlatform& p)
-      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p) {}
+      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p), systemInfo(p) {}
   SimAccessibilityPort accessibility;
   SimEventsPort events;
   SimWorkspacePort workspace;
@@ -684,6 +695,7 @@ struct SimPlatform::Ports {
   SimClockPort clock;
   SimProcessesPort processes;
   HeadlessStatusBar statusBar;
+  SimSystemInfoPort systemInfo;
 };
 
 SimPlatform::SimPlatform(SimSettings settings)
@@ -702,6 +714,7 @@ ScreenCapture& SimPlatform::screenCapture() { return ports_->capture; }
 Clock& SimPlatform::clock() { return ports_->clock; }
 Processes& SimPlatform::processes() { return ports_->processes; }
 StatusBar& SimPlatform::statusBar() { return ports_->statusBar; }
+SystemInfo& SimPlatform::systemInfo() { return ports_->systemInfo; }
 
 SimDesktop& SimPlatform::desktop() {
   if (!desktop_) {

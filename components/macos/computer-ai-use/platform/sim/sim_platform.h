@@ -36,6 +36,7 @@ class SimPlatform final : public platform::Platform {
   platform::Clock& clock() override;
   platform::Processes& processes() override;
   platform::StatusBar& statusBar() override;
+  platform::SystemInfo& systemInfo() override;
   void commit() override;
   void checkpoint() override;
   void interruptWaitsWhen(std::function<bool()> interrupted) override { interrupted_ = std::move(interrupted); }
