@@ -13,6 +13,7 @@
 #include "cli/tool_error.h"
 #include "cli/usage.h"
 #include "common/unicode.h"
+#include "doctor/doctor.h"
 #include "input/background_paste.h"
 #include "input/keyboard_commands.h"
 #include "input/pointer_commands.h"
@@ -75,6 +76,7 @@ const std::vector<Command>& commandTable() {
       {{"inspect-open-panel", "inspect_open_panel"}, openpanel::handleInspectOpenPanel},
       {{"scroll"}, input::handleScroll},
       {{"drag"}, input::handleDrag},
+      {{"doctor"}, doctor::handleDoctor},
       {{"-h", "--help", "help"},
        [](CommandContext& context, const cli::Flags&) {
          context.output.standardOutput(std::string(cli::usageText) + "\n");

@@ -234,7 +234,9 @@ struct ToolHints {
 };
 
 ToolHints hintsFor(const std::string& tool) {
-  if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel") return {true, false, true};
+  if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel" || tool == "doctor") {
+    return {true, false, true};
+  }
   if (tool == "activate_app") return {false, false, true};
   if (tool == "scroll") return {false, false, false};
   if (tool == "set_value") return {false, true, true};
@@ -326,6 +328,11 @@ const Json& outputSchemaFor(const std::string& tool) {
                           {"element", element}},
                          {"ok", "element_index", "direction", "pages"});
     s["drag"] = object({{"ok", okTrue}, {"from", point}, {"to", point}}, {"ok", "from", "to"});
+    Json check = object({{"name", string},
+                         {"status", {{"type", "string"}, {"enum", {"ok", "warning", "failed"}}}},
+                         {"detail", string}},
+                        {"name", "status", "detail"});
+    s["doctor"] = object({{"ok", boolean}, {"checks", {{"type", "array"}, {"items", check}}}}, {"ok", "checks"});
     return s;
   }();
   return schemas.at(tool);
@@ -443,6 +450,13 @@ const std::vector<ToolEntry>& toolEntries() {
        "screenshot.",
        {app(), number("from_x", "--from-x", "Start pixel column."), number("from_y", "--from-y", "Start pixel row."),
         number("to_x", "--to-x", "End pixel column."), number("to_y", "--to-y", "End pixel row.")}},
+      {"doctor", "doctor", "Check that the tool can work here",
+       "Checks what every other tool needs on this Mac: the Accessibility and Screen Recording permissions, the "
+       "install root and its companion scripts, the state cache folder, the app's code signature (an ad hoc "
+       "signature loses the permissions at every rebuild) and the macOS version. Each check is ok, warning or "
+       "failed, with what to do; the call is an error when a needed check failed. Run it first when the other "
+       "tools seem to do nothing.",
+       {}},
   };
   return tools;
 }
@@ -680,6 +694,8 @@ Json McpServer::callTool(const Json& params) {
   }
   // Over MCP an index always means the element the agent saw.
   if (flags.contains("--element-index")) flags["--verify-snapshot"] = "true";
+  // The report's text block carries its JSON, as every other tool's does.
+  if (tool->name == "doctor") flags["--json"] = "true";
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};
@@ -700,7 +716,16 @@ Json McpServer::callTool(const Json& params) {
   } catch (const std::exception& e) {
     if (!error) error = e.what();
   }
-  if (error) return toolError(inArgumentNames(*error, *tool));
+  if (error) {
+    Json failed = toolError(inArgumentNames(*error, *tool));
+    // A report that found faults is the answer itself, given with the error.
+    if (context.result.valueStandsOnFailure && context.result.value && !platform_.cancelled()) {
+      Json report = {{"type", "text"}, {"text", cli::formatJSON(*context.result.value, cli::JsonFlavor::encoder)}};
+      failed["content"].insert(failed["content"].begin(), std::move(report));
+      failed["structuredContent"] = *context.result.value;
+    }
+    return failed;
+  }
 
   std::string text = output.out();
   if (!text.empty() && text.back() == '\n') text.pop_back();

@@ -325,6 +325,7 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"set_value", {false, true, true}},          {"background_paste_clipboard", {false, true, false}},
       {"perform_secondary_action", {false, true, false}}, {"choose_open_panel_path", {false, true, false}},
       {"choose_open_panel_bundle", {false, true, false}}, {"scroll", {false, false, false}},
+      {"doctor", {true, false, true}},
   };
   Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/list"})"))["result"]["tools"];
   ASSERT_EQ(tools.size(), expected.size());
@@ -360,6 +361,7 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"type_text", R"({"app": "Scribe", "text": "hi"})", {"typed_length"}},
       {"background_paste_clipboard", R"({"app": "Scribe", "screen_x": 400, "screen_y": 300})",
        {"screen_point", "frontmost_before", "window"}},
+      {"doctor", "{}", {"ok", "checks"}},
   };
   for (const Call& c : calls) {
     Json result = s.call(c.tool, c.arguments)["result"];
@@ -589,4 +591,20 @@ TEST(McpProtocol, Base64) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {std::string("\xff\x00\x10", 3), "/wAQ"}};
   for (const auto& [bytes, text] : cases) EXPECT_EQ(mcp::base64(bytes), text);
+}
+
+TEST(McpTools, ADoctorThatFindsFaultsIsAnErrorThatStillCarriesItsReport) {
+  Server s(R"({"tavlinDesktop": 1, "accessibilityTrusted": false, "systemVersion": "12.0"})");
+  Json result = s.call("doctor", "{}")["result"];
+  EXPECT_EQ(result["isError"], true) << result.dump();
+  const Json& report = result["structuredContent"];
+  EXPECT_EQ(report["ok"], false);
+  ASSERT_EQ(report["checks"].size(), 6u);
+  EXPECT_EQ(report["checks"][0]["name"], "accessibility");
+  EXPECT_EQ(report["checks"][0]["status"], "failed");
+  EXPECT_EQ(report["checks"][5]["status"], "failed");
+  EXPECT_EQ(Json::parse(result["content"][0]["text"].get<std::string>()), report);
+  EXPECT_EQ(result["content"][1]["text"], "Needed checks failed: accessibility, macos-version");
+  // Nothing asked, nothing posted.
+  EXPECT_FALSE(std::filesystem::exists(s.dir.file("events.log")));
 }

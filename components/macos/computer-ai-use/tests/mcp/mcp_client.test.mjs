@@ -53,7 +53,7 @@ test('an MCP client observes and acts on the example desktop', async () => {
     const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
     for (const name of ['list_apps', 'activate_app', 'get_app_state', 'click', 'type_text', 'press_key', 'set_value',
                         'background_paste_clipboard', 'perform_secondary_action', 'choose_open_panel_path',
-                        'choose_open_panel_bundle', 'inspect_open_panel', 'scroll', 'drag']) {
+                        'choose_open_panel_bundle', 'inspect_open_panel', 'scroll', 'drag', 'doctor']) {
       assert.ok(byName[name], `tool ${name}`);
       assert.equal(byName[name].inputSchema.type, 'object');
       assert.ok(byName[name].description.length > 20, `${name} has a description`);
@@ -120,7 +120,7 @@ for (const { protocol, pkg } of matrix) {
     const { client } = await connect(dir, sdk);
     try {
       const { tools } = await client.listTools();
-      assert.equal(tools.length, 14);
+      assert.equal(tools.length, 15);
       const ajv = new Ajv({ strict: false });
       const validators = {};
       for (const tool of tools) {
@@ -129,7 +129,7 @@ for (const { protocol, pkg } of matrix) {
         validators[tool.name] = ajv.compile(tool.outputSchema);
       }
       const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
-      for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel']) {
+      for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel', 'doctor']) {
         assert.equal(byName[name].annotations.readOnlyHint, true, name);
         assert.equal(byName[name].annotations.idempotentHint, true, name);
       }
@@ -154,6 +154,7 @@ for (const { protocol, pkg } of matrix) {
         ['drag', { app: 'Scribe', from_x: 0, from_y: 0, to_x: 30, to_y: 0 }],
         ['background_paste_clipboard', { app: 'Scribe', screen_x: 400, screen_y: 300 }],
         ['activate_app', { app: 'Scribe' }],
+        ['doctor', {}],
       ];
       for (const [name, args] of calls) {
         const result = await client.callTool({ name, arguments: args });
@@ -201,7 +202,7 @@ test('the MCP Inspector CLI lists the tools and calls one', async () => {
       return JSON.parse(stdout.slice(stdout.indexOf('{')));
     };
     const { tools } = await run('--method', 'tools/list');
-    assert.equal(tools.length, 14);
+    assert.equal(tools.length, 15);
     const apps = await run('--method', 'tools/call', '--tool-name', 'list_apps');
     assert.equal(apps.isError, false);
     assert.equal(apps.structuredContent.apps[0].name, 'Scribe');
