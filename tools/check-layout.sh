@@ -3,7 +3,7 @@
 # them (and the declaration-only SDK stand-ins that type-check it).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-frameworks='CoreFoundation|CoreGraphics|ApplicationServices|AppKit|Foundation|ImageIO|ScreenCaptureKit|Carbon|Cocoa|objc'
+frameworks='CoreFoundation|CoreGraphics|ApplicationServices|AppKit|Foundation|ImageIO|ScreenCaptureKit|Security|Carbon|Cocoa|objc'
 hits=$(grep -rnE "^[[:space:]]*#[[:space:]]*(include|import)[[:space:]]*<($frameworks)/" \
          "$root/components" --include='*.h' --include='*.hpp' --include='*.cpp' --include='*.mm' --include='*.m' \
        | grep -v '/components/macos/computer-ai-use/platform/macos/' || true)

@@ -83,7 +83,7 @@ for clang in "${clangs[@]}"; do
       for file in "$src"/platform/macos/*.mm; do echo "$clang $arch $target objc $file" >>"$list"; done
     done
     # The rest of the component does not depend on the architecture: one is enough.
-    for file in "$src"/{cli,common,runtime,entry,snapshot,apps,input,openpanel,capture,clicker,statusitem,mcp,record,platform,platform/sim,tests}/*.cpp; do
+    for file in "$src"/{cli,common,runtime,entry,snapshot,apps,input,openpanel,capture,clicker,statusitem,mcp,record,doctor,platform,platform/sim,tests}/*.cpp; do
       echo "$clang ${archs[0]} $target core $file" >>"$list"
     done
   done
@@ -101,7 +101,8 @@ compile() {
     core)
       # What CMake defines for the core and the tests; the values do not matter here.
       flags+=(-DTAVLIN_BUILD_ROOT='"/"' -DTAVLIN_BINARY='"/"' -DTAVLIN_SOURCE_ROOT='"/"'
-              -DTAVLIN_BUILD_DIR='"/"' -DTAVLIN_FIXTURES='"/"' -DTAVLIN_GOLDEN='"/"') ;;
+              -DTAVLIN_BUILD_DIR='"/"' -DTAVLIN_FIXTURES='"/"' -DTAVLIN_GOLDEN='"/"'
+              -DTAVLIN_DEPLOYMENT_TARGET="\"$target\"") ;;
   esac
   local out
   if ! out=$("$clang" "${flags[@]}" "$file" 2>&1); then

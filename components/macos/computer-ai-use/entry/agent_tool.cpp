@@ -13,6 +13,7 @@
 #include "cli/tool_error.h"
 #include "cli/usage.h"
 #include "common/unicode.h"
+#include "doctor/doctor.h"
 #include "input/background_paste.h"
 #include "input/clipboard_commands.h"
 #include "input/keyboard_commands.h"
@@ -87,6 +88,7 @@ const std::vector<Command>& commandTable() {
       {{"press-menu", "press_menu"}, menus::handlePressMenu},
       {{"get-clipboard", "get_clipboard"}, input::handleGetClipboard},
       {{"set-clipboard", "set_clipboard"}, input::handleSetClipboard},
+      {{"doctor"}, doctor::handleDoctor},
       {{"-h", "--help", "help"},
        [](CommandContext& context, const cli::Flags&) {
          context.output.standardOutput(std::string(cli::usageText) + "\n");

@@ -35,6 +35,8 @@ class CancellablePlatform final : public platform::Platform {
   platform::Processes& processes() override;
   platform::StatusBar& statusBar() override { return inner_.statusBar(); }
   platform::Pasteboard& pasteboard() override;
+  // Reads that return at once: nothing to cancel.
+  platform::SystemInfo& systemInfo() override { return inner_.systemInfo(); }
   void commit() override { inner_.commit(); }
   void checkpoint() override { inner_.checkpoint(); }
   // Chained: the inner platform's waits end when this one is cancelled or `interrupted` holds.

@@ -252,8 +252,10 @@ struct ToolHints {
 };
 
 ToolHints hintsFor(const std::string& tool) {
-  if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel") return {true, false, true};
   if (tool == "find_elements" || tool == "wait_for") return {true, false, true};
+  if (tool == "list_apps" || tool == "get_app_state" || tool == "inspect_open_panel" || tool == "doctor") {
+    return {true, false, true};
+  }
   if (tool == "activate_app") return {false, false, true};
   if (tool == "scroll") return {false, false, false};
   if (tool == "set_value") return {false, true, true};
@@ -397,6 +399,11 @@ const Json& outputSchemaFor(const std::string& tool) {
     s["get_clipboard"] = object({{"text", string}, {"types", types}, {"change_count", integer}}, {"types", "change_count"});
     s["set_clipboard"] = object({{"ok", okTrue}, {"length", integer}, {"types", types}, {"change_count", integer}},
                                 {"ok", "length", "change_count"});
+    Json check = object({{"name", string},
+                         {"status", {{"type", "string"}, {"enum", {"ok", "warning", "failed"}}}},
+                         {"detail", string}},
+                        {"name", "status", "detail"});
+    s["doctor"] = object({{"ok", boolean}, {"checks", {{"type", "array"}, {"items", check}}}}, {"ok", "checks"});
     return s;
   }();
   return schemas.at(tool);
@@ -582,6 +589,13 @@ const std::vector<ToolEntry>& toolEntries() {
        "Puts text on the clipboard as plain text and checks that it is there, so that background_paste_clipboard "
        "pastes exactly that. What the clipboard held before is replaced.",
        {nonEmpty({"text", "--text", "string", "The text (at most 1 MiB).", true, {}})}},
+      {"doctor", "doctor", "Check that the tool can work here",
+       "Checks what every other tool needs on this Mac: the Accessibility and Screen Recording permissions, the "
+       "install root and its companion scripts, the state cache folder, the app's code signature (an ad hoc "
+       "signature loses the permissions at every rebuild) and the macOS version. Each check is ok, warning or "
+       "failed, with what to do; the call is an error when a needed check failed. Run it first when the other "
+       "tools seem to do nothing.",
+       {}},
   });
   return tools;
 }
@@ -822,6 +836,8 @@ Json McpServer::callTool(const Json& params) {
   // Observing is the server's part, after the command.
   bool observe = cli::switchFlag(flags, {"--observe"});
   flags.erase("--observe");
+  // The report's text block carries its JSON, as every other tool's does.
+  if (tool->name == "doctor") flags["--json"] = "true";
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};
@@ -858,7 +874,16 @@ Json McpServer::callTool(const Json& params) {
   } catch (const std::exception& e) {
     if (!error) error = e.what();
   }
-  if (error) return toolError(inArgumentNames(*error, *tool));
+  if (error) {
+    Json failed = toolError(inArgumentNames(*error, *tool));
+    // A report that found faults is the answer itself, given with the error.
+    if (context.result.valueStandsOnFailure && context.result.value && !platform_.cancelled()) {
+      Json report = {{"type", "text"}, {"text", cli::formatJSON(*context.result.value, cli::JsonFlavor::encoder)}};
+      failed["content"].insert(failed["content"].begin(), std::move(report));
+      failed["structuredContent"] = *context.result.value;
+    }
+    return failed;
+  }
 
   std::string text = output.out();
   if (!text.empty() && text.back() == '\n') text.pop_back();

@@ -13,6 +13,7 @@
 #include "platform/processes.h"
 #include "platform/screen_capture.h"
 #include "platform/status_bar.h"
+#include "platform/system_info.h"
 #include "platform/window_list.h"
 #include "platform/workspace.h"
 
@@ -30,6 +31,7 @@ class Platform {
   virtual Processes& processes() = 0;
   virtual StatusBar& statusBar() = 0;
   virtual Pasteboard& pasteboard() = 0;
+  virtual SystemInfo& systemInfo() = 0;
   // Records what changed (a simulated desktop writes its state back and appends its
   // event log). Called as a command ends, on every path; calling it again with
   // nothing new does nothing. Throws std::exception with a one-line message when the

@@ -28,6 +28,9 @@ struct CommandResult {
   // The result as a value, for a command whose printed form is not that JSON (a
   // server mode gives it as structured content).
   std::optional<nlohmann::json> value;
+  // The value stands even when the command then fails (a diagnosis that found faults):
+  // a server mode gives it with the error instead of the message alone.
+  bool valueStandsOnFailure = false;
 };
 
 // One window screenshot to take: the window by its number when known, else the

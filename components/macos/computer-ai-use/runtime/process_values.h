@@ -43,6 +43,9 @@ struct ProcessValues {
   // a bad value is reported like any other bad input).
   std::string programPath;
   std::optional<std::string> accessibilityTimeoutSetting;
+  // TAVLIN_INSTALL_ROOT as given, so that a value the root search passed over can be
+  // reported.
+  std::optional<std::string> installRootSetting;
 };
 
 }  // namespace tavlin::runtime

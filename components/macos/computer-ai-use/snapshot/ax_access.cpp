@@ -89,16 +89,20 @@ void ensureAccessibilityTrusted(platform::Platform& platform, const std::string&
                                 double timeout) {
   Accessibility& ax = platform.accessibility();
   if (!ax.isProcessTrusted(prompt)) {
-    std::string name = platform.workspace().mainBundlePath();
-    if (name.empty()) name = programPath;
-    if (name.empty()) name = "Tavlin";
     throw cli::ToolError::multiline(
         "Accessibility permission is required for computer-ai-use.\n"
         "Add this app in System Settings > Privacy & Security > Accessibility:\n" +
-        name);
+        permissionSubject(platform, programPath));
   }
   // Set on the system-wide element, the time-out applies to every application.
   ax.setMessagingTimeout(ax.systemWideElement(), static_cast<float>(timeout));
+}
+
+std::string permissionSubject(platform::Platform& platform, const std::string& programPath) {
+  std::string name = platform.workspace().mainBundlePath();
+  if (name.empty()) name = programPath;
+  if (name.empty()) name = "Tavlin";
+  return name;
 }
 
 std::optional<AXAttributeValue> axValue(Accessibility& ax, const Element& element, const std::string& attribute) {

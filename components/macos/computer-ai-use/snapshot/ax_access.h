@@ -21,6 +21,9 @@ namespace tavlin::snapshot {
 // application that does not answer.
 void ensureAccessibilityTrusted(platform::Platform& platform, const std::string& programPath, bool prompt,
                                 double messagingTimeout);
+// What the user allows in System Settings: the main bundle's path, else `programPath`
+// (argv[0]), else "Tavlin".
+std::string permissionSubject(platform::Platform& platform, const std::string& programPath);
 
 // The messaging time-out from TAVLIN_AX_TIMEOUT (seconds > 0), or the default.
 // Throws ToolError for a value that is not a positive number.

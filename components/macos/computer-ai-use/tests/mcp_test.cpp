@@ -328,6 +328,7 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"find_elements", {true, false, true}},      {"wait_for", {true, false, true}},
       {"list_menus", {true, false, true}},         {"press_menu", {false, true, false}},
       {"get_clipboard", {true, false, true}},      {"set_clipboard", {false, true, true}},
+      {"doctor", {true, false, true}},
   };
   Json tools = (*s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/list"})"))["result"]["tools"];
   ASSERT_EQ(tools.size(), expected.size());
@@ -367,6 +368,7 @@ TEST(McpTools, HintsOutputSchemasAndStructuredResultsWithEachKeyOnce) {
       {"press_menu", R"({"app": "Scribe", "path": "File > Save"})", {"path", "title", "action"}},
       {"set_clipboard", R"({"text": "a/b"})", {"length", "change_count", "types"}},
       {"get_clipboard", "{}", {"text", "change_count", "types"}},
+      {"doctor", "{}", {"ok", "checks"}},
   };
   for (const Call& c : calls) {
     Json result = s.call(c.tool, c.arguments)["result"];
@@ -596,4 +598,20 @@ TEST(McpProtocol, Base64) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {std::string("\xff\x00\x10", 3), "/wAQ"}};
   for (const auto& [bytes, text] : cases) EXPECT_EQ(mcp::base64(bytes), text);
+}
+
+TEST(McpTools, ADoctorThatFindsFaultsIsAnErrorThatStillCarriesItsReport) {
+  Server s(R"({"tavlinDesktop": 1, "accessibilityTrusted": false, "systemVersion": "12.0"})");
+  Json result = s.call("doctor", "{}")["result"];
+  EXPECT_EQ(result["isError"], true) << result.dump();
+  const Json& report = result["structuredContent"];
+  EXPECT_EQ(report["ok"], false);
+  ASSERT_EQ(report["checks"].size(), 6u);
+  EXPECT_EQ(report["checks"][0]["name"], "accessibility");
+  EXPECT_EQ(report["checks"][0]["status"], "failed");
+  EXPECT_EQ(report["checks"][5]["status"], "failed");
+  EXPECT_EQ(Json::parse(result["content"][0]["text"].get<std::string>()), report);
+  EXPECT_EQ(result["content"][1]["text"], "Needed checks failed: accessibility, macos-version");
+  // Nothing asked, nothing posted.
+  EXPECT_FALSE(std::filesystem::exists(s.dir.file("events.log")));
 }

@@ -6,6 +6,7 @@
 #include "platform/macos/mac_pasteboard.h"
 #include "platform/macos/mac_screen_capture.h"
 #include "platform/macos/mac_status_bar.h"
+#include "platform/macos/mac_system_info.h"
 #include "platform/macos/mac_window_list.h"
 #include "platform/macos/mac_workspace.h"
 #include "platform/posix_processes.h"
@@ -24,6 +25,7 @@ class MacPlatform final : public platform::Platform {
   platform::Processes& processes() override { return processes_; }
   platform::StatusBar& statusBar() override { return statusBar_; }
   platform::Pasteboard& pasteboard() override { return pasteboard_; }
+  platform::SystemInfo& systemInfo() override { return systemInfo_; }
   void commit() override {}
 
  private:
@@ -36,6 +38,7 @@ class MacPlatform final : public platform::Platform {
   platform::PosixProcesses processes_;
   MacStatusBar statusBar_;
   MacPasteboard pasteboard_;
+  MacSystemInfo systemInfo_;
 };
 
 }  // namespace

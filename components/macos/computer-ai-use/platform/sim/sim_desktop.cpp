@@ -89,6 +89,7 @@ SimDesktop& SimDesktop::operator=(SimDesktop&& other) noexcept {
   screen_ = other.screen_;
   capture_ = other.capture_;
   eventFaults_ = other.eventFaults_;
+  system_ = std::move(other.system_);
   trusted_ = other.trusted_;
   frontmostPid_ = other.frontmostPid_;
   pointer_ = other.pointer_;

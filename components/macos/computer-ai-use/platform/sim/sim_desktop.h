@@ -21,6 +21,7 @@
 #include "platform/events.h"
 #include "platform/sim/sim_open_panel.h"
 #include "platform/geometry.h"
+#include "platform/system_info.h"
 #include "platform/window_list.h"
 #include "platform/workspace.h"
 
@@ -154,6 +155,14 @@ struct SimClipboard {
 bool editTextWithKey(std::string& text, bool& selected, const platform::Event& event,
                      const std::optional<std::string>& clipboardText);
 
+// What the system port answers: this executable's signature and the macOS version
+// (absent: it cannot be read).
+struct SimSystem {
+  platform::CodeSignature codeSignature = {platform::CodeSignature::Kind::certificate, "com.tavlin.Tavlin",
+                                           std::nullopt, std::nullopt};
+  std::optional<std::string> version = "14.5";
+};
+
 struct EventField {
   std::string name;
   std::string value;
@@ -197,6 +206,7 @@ class SimDesktop {
   platform::Point pointer() const { return pointer_; }
   const SimCaptureBehaviour& capture() const { return capture_; }
   const SimEventFaults& eventFaults() const { return eventFaults_; }
+  const SimSystem& system() const { return system_; }
 
   // --- changes (each is written back on commit) ---
   void setFrontmostPid(std::optional<int32_t> pid);
@@ -343,6 +353,7 @@ class SimDesktop {
   SimScreen screen_;
   SimCaptureBehaviour capture_;
   SimEventFaults eventFaults_;
+  SimSystem system_;
   bool trusted_ = true;
   std::optional<int32_t> frontmostPid_;
   platform::Point pointer_;

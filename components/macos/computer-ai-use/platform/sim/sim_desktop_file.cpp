@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <algorithm>
 #include <set>
 
@@ -442,6 +443,62 @@ void SimDesktop::readText(const std::string& text) {
   }
 }
 
+namespace {
+
+// "14", "14.5" or "13.3.1": up to three numbers of up to four digits.
+bool isVersionText(const std::string& text) {
+  size_t parts = 0;
+  for (size_t start = 0;; ++parts) {
+    size_t end = text.find('.', start);
+    std::string part = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    if (part.empty() || part.size() > 4 || part.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (end == std::string::npos) return parts < 3;
+    start = end + 1;
+  }
+}
+
+// The system port's answers: "codeSignature" and "systemVersion".
+void parseSystem(const Parser& p, const ordered_json& root, SimSystem& system) {
+  using Kind = platform::CodeSignature::Kind;
+  if (auto it = root.find("codeSignature"); it != root.end()) {
+    p.object(*it, "codeSignature");
+    p.allowKeys(*it, "codeSignature", {"kind", "identifier", "teamIdentifier"});
+    auto kind = it->find("kind");
+    if (kind == it->end()) p.fail("codeSignature", "missing \"kind\"");
+    static const std::map<std::string, Kind> kinds = {
+        {"certificate", Kind::certificate}, {"adhoc", Kind::adhoc}, {"unsigned", Kind::notSigned},
+        {"invalid", Kind::invalid}};
+    auto found = kinds.find(kind->is_string() ? kind->get<std::string>() : "");
+    if (found == kinds.end()) {
+      p.fail("codeSignature.kind", "expected \"certificate\", \"adhoc\", \"unsigned\" or \"invalid\"");
+    }
+    platform::CodeSignature& s = system.codeSignature;
+    s = {found->second, std::nullopt, std::nullopt, std::nullopt};
+    if (auto v = it->find("identifier"); v != it->end()) s.identifier = p.string(*v, "codeSignature.identifier");
+    if (auto v = it->find("teamIdentifier"); v != it->end()) {
+      s.teamIdentifier = p.string(*v, "codeSignature.teamIdentifier");
+    }
+    // Unsigned code has no identifier, whatever the file says; a broken signature fails
+    // its check with errSecCSSignatureFailed.
+    if (s.kind == Kind::notSigned) {
+      s.identifier.reset();
+      s.teamIdentifier.reset();
+    }
+    if (s.kind == Kind::invalid) s.status = -67061;
+  }
+  if (auto it = root.find("systemVersion"); it != root.end()) {
+    if (it->is_null()) {
+      system.version.reset();
+    } else {
+      std::string version = p.string(*it, "systemVersion");
+      if (!isVersionText(version)) p.fail("systemVersion", "expected a version like \"14.5\", or null");
+      system.version = version;
+    }
+  }
+}
+
+}  // namespace
+
 SimDesktop SimDesktop::fromText(const std::string& text, const std::string& path, const std::string& eventLogPath) {
   SimDesktop desktop;
   desktop.path_ = path;
@@ -465,7 +522,7 @@ void SimDesktop::parse() {
   p.object(root, "");
   p.allowKeys(root, "", {"tavlinDesktop", "description", "clock", "screen", "accessibilityTrusted", "frontmostPid",
                          "pointer", "apps", "windows", "stats", "pendingActivation", "capture", "screenCaptureKit",
-                         "eventCreationFails", "displayNames", "clipboard"});
+                         "eventCreationFails", "displayNames", "clipboard", "codeSignature", "systemVersion"});
   auto version = root.find("tavlinDesktop");
   if (version == root.end()) p.fail("", "missing \"tavlinDesktop\": 1 (the format version)");
   if (!version->is_number_integer() || version->get<int64_t>() != 1) {
@@ -555,6 +612,7 @@ void SimDesktop::parse() {
   }
   if (auto it = root.find("clipboard"); it != root.end()) parseClipboard(*it);
   if (auto it = root.find("accessibilityTrusted"); it != root.end()) trusted_ = p.boolean(*it, "accessibilityTrusted");
+  parseSystem(p, root, system_);
   if (auto it = root.find("pointer"); it != root.end()) {
     auto v = p.numbers(*it, "pointer", 2, "[x, y]");
     pointer_ = {v[0], v[1]};

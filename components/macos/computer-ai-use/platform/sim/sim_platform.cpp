@@ -698,9 +698,28 @@ class SimPasteboardPort final : public Pasteboard {
   SimPlatform& p_;
 };
 
+// The desktop's answers; reading them is not an event.
+class SimSystemInfoPort final : public SystemInfo {
+ public:
+  explicit SimSystemInfoPort(SimPlatform& p) : p_(p) {}
+  CodeSignature codeSignature() override { return p_.desktop().system().codeSignature; }
+  std::optional<std::string> operatingSystemVersion() override { return p_.desktop().system().version; }
+
+ private:
+  SimPlatform& p_;
+};
+
 struct SimPlatform::Ports {
   explicit Ports(SimPlatform& p)
-      : accessibility(p), events(p), workspace(p), windowList(p), capture(p), clock(p), processes(p), pasteboard(p) {}
+      : accessibility(p),
+        events(p),
+        workspace(p),
+        windowList(p),
+        capture(p),
+        clock(p),
+        processes(p),
+        pasteboard(p),
+        systemInfo(p) {}
   SimAccessibilityPort accessibility;
   SimEventsPort events;
   SimWorkspacePort workspace;
@@ -710,6 +729,7 @@ struct SimPlatform::Ports {
   SimProcessesPort processes;
   HeadlessStatusBar statusBar;
   SimPasteboardPort pasteboard;
+  SimSystemInfoPort systemInfo;
 };
 
 SimPlatform::SimPlatform(SimSettings settings)
@@ -729,6 +749,7 @@ Clock& SimPlatform::clock() { return ports_->clock; }
 Processes& SimPlatform::processes() { return ports_->processes; }
 StatusBar& SimPlatform::statusBar() { return ports_->statusBar; }
 Pasteboard& SimPlatform::pasteboard() { return ports_->pasteboard; }
+SystemInfo& SimPlatform::systemInfo() { return ports_->systemInfo; }
 
 SimDesktop& SimPlatform::desktop() {
   if (!desktop_) {

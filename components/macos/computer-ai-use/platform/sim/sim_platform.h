@@ -37,6 +37,7 @@ class SimPlatform final : public platform::Platform {
   platform::Processes& processes() override;
   platform::StatusBar& statusBar() override;
   platform::Pasteboard& pasteboard() override;
+  platform::SystemInfo& systemInfo() override;
   void commit() override;
   void checkpoint() override;
   void interruptWaitsWhen(std::function<bool()> interrupted) override { interrupted_ = std::move(interrupted); }

@@ -54,7 +54,7 @@ test('an MCP client observes and acts on the example desktop', async () => {
     for (const name of ['list_apps', 'activate_app', 'get_app_state', 'click', 'type_text', 'press_key', 'set_value',
                         'background_paste_clipboard', 'perform_secondary_action', 'choose_open_panel_path',
                         'choose_open_panel_bundle', 'inspect_open_panel', 'scroll', 'drag', 'find_elements', 'wait_for',
-                        'list_menus', 'press_menu', 'get_clipboard', 'set_clipboard']) {
+                        'list_menus', 'press_menu', 'get_clipboard', 'set_clipboard', 'doctor']) {
       assert.ok(byName[name], `tool ${name}`);
       assert.equal(byName[name].inputSchema.type, 'object');
       assert.ok(byName[name].description.length > 20, `${name} has a description`);
@@ -121,7 +121,7 @@ for (const { protocol, pkg } of matrix) {
     const { client } = await connect(dir, sdk);
     try {
       const { tools } = await client.listTools();
-      assert.equal(tools.length, 20);
+      assert.equal(tools.length, 21);
       const ajv = new Ajv({ strict: false });
       const validators = {};
       for (const tool of tools) {
@@ -131,7 +131,7 @@ for (const { protocol, pkg } of matrix) {
       }
       const byName = Object.fromEntries(tools.map((t) => [t.name, t]));
       for (const name of ['list_apps', 'get_app_state', 'inspect_open_panel', 'find_elements', 'wait_for', 'list_menus',
-                          'get_clipboard']) {
+                          'get_clipboard', 'doctor']) {
         assert.equal(byName[name].annotations.readOnlyHint, true, name);
         assert.equal(byName[name].annotations.idempotentHint, true, name);
       }
@@ -167,6 +167,7 @@ for (const { protocol, pkg } of matrix) {
         ['get_clipboard', {}],
         ['set_clipboard', { text: 'Pasted by the agent' }],
         ['get_clipboard', {}],
+        ['doctor', {}],
       ];
       for (const [name, args] of calls) {
         const result = await client.callTool({ name, arguments: args });
@@ -214,7 +215,7 @@ test('the MCP Inspector CLI lists the tools and calls one', async () => {
       return JSON.parse(stdout.slice(stdout.indexOf('{')));
     };
     const { tools } = await run('--method', 'tools/list');
-    assert.equal(tools.length, 20);
+    assert.equal(tools.length, 21);
     const apps = await run('--method', 'tools/call', '--tool-name', 'list_apps');
     assert.equal(apps.isError, false);
     assert.equal(apps.structuredContent.apps[0].name, 'Scribe');
