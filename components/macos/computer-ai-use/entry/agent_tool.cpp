@@ -36,6 +36,7 @@ struct GetAppStateRequest {
   snapshot::AppStateFormat format;
   std::optional<std::string> titleContains;
   std::optional<uint32_t> windowID;
+  snapshot::ScreenshotOptions screenshot;
 };
 
 // The dispatcher reads get-app-state's flags itself, in this order, so that a bad
@@ -47,10 +48,15 @@ GetAppStateRequest readGetAppStateFlags(const cli::Flags& flags) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   auto format = snapshot::appStateFormat(lowered);
   if (!format) throw cli::ToolError("Unsupported --format " + given + ". Expected plugin, json, or plugin-json.");
-  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}};
+  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}, .screenshot = {}};
   request.titleContains = cli::flagValue(
       flags, {"--title-contains", "--title_contains", "--window-title-contains", "--window_title_contains"});
   request.windowID = cli::uint32Flag(flags, {"--window-id", "--window_id"});
+  // A switch, as the other commands' switches: "--annotate false" (any case) is off.
+  if (auto on = cli::flagValue(flags, {"--annotate"})) request.screenshot.annotate = common::lowercased(*on) != "false";
+  if (auto n = cli::flagValue(flags, {"--max-dimension", "--max_dimension"})) {
+    request.screenshot.maxDimension = snapshot::parseMaxDimension(*n);
+  }
   request.appQuery = cli::requiredFlag(flags, {"--app"});
   return request;
 }
@@ -62,7 +68,7 @@ const std::vector<Command>& commandTable() {
       {{"get-app-state", "get_app_state"},
        [](CommandContext& context, const cli::Flags& flags) {
          GetAppStateRequest r = readGetAppStateFlags(flags);
-         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID);
+         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID, r.screenshot);
        }},
       {{"click"}, input::handleClick},
       {{"type-text", "type_text"}, input::handleTypeText},

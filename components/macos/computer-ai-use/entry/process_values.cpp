@@ -27,6 +27,7 @@ runtime::ProcessValues makeProcessValues(runtime::TavlinStartup startup, platfor
   v.openPanelTitles = {{"打开", "Open"}, {"打开", "Open", "选择", "Choose"}, {"取消", "Cancel"}};
   v.programPath = environment.programPath;
   v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
+  if (environment.font && !environment.font->empty()) v.fontSetting = environment.font;
   return v;
 }
 

@@ -43,6 +43,8 @@ struct ProcessValues {
   // a bad value is reported like any other bad input).
   std::string programPath;
   std::optional<std::string> accessibilityTimeoutSetting;
+  // TAVLIN_FONT when set and not empty: the font file drawn with, instead of the search list.
+  std::optional<std::string> fontSetting;
 };
 
 }  // namespace tavlin::runtime

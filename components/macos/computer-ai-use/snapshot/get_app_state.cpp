@@ -84,6 +84,7 @@ std::string pluginText(const AppStateSnapshot& s) {
   }
   lines.push_back("</app_state>");
   if (s.screenshotPath) lines.push_back("Screenshot: " + *s.screenshotPath);
+  if (s.annotatedScreenshotPath) lines.push_back("Annotated screenshot: " + *s.annotatedScreenshotPath);
   lines.push_back("Cache: " + s.cachePath);
   std::string text;
   for (size_t i = 0; i < lines.size(); ++i) text += (i ? "\n" : "") + lines[i];
@@ -92,7 +93,7 @@ std::string pluginText(const AppStateSnapshot& s) {
 
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache) {
+                               CacheUpdate cache, const ScreenshotOptions& screenshot) {
   platform::Platform& platform = context.platform;
   platform::Accessibility& ax = platform.accessibility();
   platform::Element appElement = ax.applicationElement(app.pid);
@@ -142,6 +143,7 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
     s.elements.push_back(t.snapshot);
   }
   if (cache == CacheUpdate::write) {
+    finishScreenshot(platform, context.values, app, s, screenshot);
     s.cachePath = cacheFileURL(context.values, app);
     writeCachedState(s);
   }
@@ -152,6 +154,7 @@ cli::Json pluginEnvelope(const AppStateSnapshot& s) {
   cli::Json envelope = {{"app_state", pluginText(s)}, {"app", s.app}, {"pid", s.pid}, {"cache_path", s.cachePath}};
   if (s.bundleIdentifier) envelope["bundle_identifier"] = *s.bundleIdentifier;
   if (s.screenshotPath) envelope["screenshot_path"] = *s.screenshotPath;
+  if (s.annotatedScreenshotPath) envelope["annotated_screenshot_path"] = *s.annotatedScreenshotPath;
   if (s.focusedElementIndex) envelope["focused_element_index"] = *s.focusedElementIndex;
   if (s.window && s.window->windowID) envelope["window_id"] = *s.window->windowID;
   if (s.window) envelope["window_title"] = s.window->title ? cli::Json(*s.window->title) : cli::Json(nullptr);
@@ -159,14 +162,16 @@ cli::Json pluginEnvelope(const AppStateSnapshot& s) {
 }
 
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
-                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID) {
+                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                       const ScreenshotOptions& screenshot) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                              messagingTimeout(context.values.accessibilityTimeoutSetting));
   platform::RunningApplication app =
       apps::resolveApp(appQuery, context.platform.workspace(), context.values.exactNameFirstScore);
-  CurrentState state = fetchCurrentState(context, app, titleContains, windowID);
+  CurrentState state = fetchCurrentState(context, app, titleContains, windowID, CacheUpdate::write, screenshot);
   const AppStateSnapshot& s = state.snapshot;
-  context.result.screenshotPath = s.screenshotPath;
+  // A server sends the annotated image when there is one: the agent asked to see it.
+  context.result.screenshotPath = s.annotatedScreenshotPath ? s.annotatedScreenshotPath : s.screenshotPath;
   switch (format) {
     case AppStateFormat::plugin:
       context.output.standardOutput(pluginText(s) + "\n");

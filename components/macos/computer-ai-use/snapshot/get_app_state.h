@@ -8,6 +8,7 @@
 
 #include "runtime/command_context.h"
 #include "snapshot/app_state_format.h"
+#include "snapshot/screenshot_images.h"
 #include "snapshot/snapshot_model.h"
 
 namespace tavlin::snapshot {
@@ -20,10 +21,11 @@ struct CurrentState {
 // Walks the selected window, captures it and writes the cache file. Throws ToolError.
 // With CacheUpdate::none the walk neither captures the window nor touches the state
 // cache: the snapshot the agent saw stays what later commands are checked against.
+// `screenshot` shrinks and annotates the captured image (screenshot_images.h).
 enum class CacheUpdate { write, none };
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache = CacheUpdate::write);
+                               CacheUpdate cache = CacheUpdate::write, const ScreenshotOptions& screenshot = {});
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
 std::string shortValue(const std::string& text, int64_t maxLength);
@@ -34,6 +36,7 @@ std::string pluginText(const AppStateSnapshot& snapshot);
 nlohmann::json pluginEnvelope(const AppStateSnapshot& snapshot);
 
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
-                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID);
+                       const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
+                       const ScreenshotOptions& screenshot = {});
 
 }  // namespace tavlin::snapshot

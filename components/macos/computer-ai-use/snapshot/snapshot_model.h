@@ -62,6 +62,8 @@ struct AppStateSnapshot {
   std::chrono::system_clock::time_point generatedAt;
   std::optional<std::string> screenshotPath;
   std::optional<SizePayload> screenshotSize;
+  // The screenshot with the elements' frames and indices drawn on it (--annotate).
+  std::optional<std::string> annotatedScreenshotPath;
   std::optional<WindowSnapshot> window;
   std::optional<int64_t> focusedElementIndex;
   std::vector<ElementSnapshot> elements;
