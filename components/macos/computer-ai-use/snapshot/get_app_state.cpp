@@ -26,6 +26,17 @@ std::string cleaned(const std::string& text, int64_t keep) {
   return shortValue(flat, keep);
 }
 
+// The bound the last snapshot was asked to keep its screenshot within, if any.
+std::optional<int> lastMaxDimension(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
+  try {
+    auto bound = loadCachedState(values, app).screenshotMaxDimension;
+    if (bound && *bound >= minMaxDimension && *bound <= maxMaxDimension) return static_cast<int>(*bound);
+  } catch (const cli::ToolError&) {
+    // No snapshot yet, or not one this version reads: the full size.
+  }
+  return std::nullopt;
+}
+
 const std::optional<std::string>& nonEmpty(const std::optional<std::string>& text) {
   static const std::optional<std::string> none;
   return text && !text->empty() ? text : none;
@@ -93,7 +104,7 @@ std::string pluginText(const AppStateSnapshot& s) {
 
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache, const ScreenshotOptions& screenshot) {
+                               CacheUpdate cache, const std::optional<ScreenshotOptions>& screenshot) {
   platform::Platform& platform = context.platform;
   platform::Accessibility& ax = platform.accessibility();
   platform::Element appElement = ax.applicationElement(app.pid);
@@ -143,7 +154,9 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
     s.elements.push_back(t.snapshot);
   }
   if (cache == CacheUpdate::write) {
-    finishScreenshot(platform, context.values, app, s, screenshot);
+    ScreenshotOptions options = screenshot ? *screenshot : ScreenshotOptions{false, lastMaxDimension(context.values, app)};
+    finishScreenshot(platform, context.values, app, s, options);
+    s.screenshotMaxDimension = options.maxDimension;
     s.cachePath = cacheFileURL(context.values, app);
     writeCachedState(s);
   }

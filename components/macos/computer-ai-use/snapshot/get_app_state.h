@@ -21,11 +21,14 @@ struct CurrentState {
 // Walks the selected window, captures it and writes the cache file. Throws ToolError.
 // With CacheUpdate::none the walk neither captures the window nor touches the state
 // cache: the snapshot the agent saw stays what later commands are checked against.
-// `screenshot` shrinks and annotates the captured image (screenshot_images.h).
+// `screenshot` shrinks and annotates the captured image (screenshot_images.h); without
+// it (an element command's own snapshot) the image keeps the last snapshot's
+// --max-dimension, so pixels of the image the agent holds still map exactly.
 enum class CacheUpdate { write, none };
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache = CacheUpdate::write, const ScreenshotOptions& screenshot = {});
+                               CacheUpdate cache = CacheUpdate::write,
+                               const std::optional<ScreenshotOptions>& screenshot = std::nullopt);
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
 std::string shortValue(const std::string& text, int64_t maxLength);

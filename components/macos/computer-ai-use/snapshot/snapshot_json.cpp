@@ -170,6 +170,7 @@ Json encode(const AppStateSnapshot& s) {
   put(j, "screenshotPath", s.screenshotPath);
   if (s.screenshotSize) j["screenshotSize"] = encode(*s.screenshotSize);
   put(j, "annotatedScreenshotPath", s.annotatedScreenshotPath);
+  if (s.screenshotMaxDimension) j["screenshotMaxDimension"] = *s.screenshotMaxDimension;
   if (s.window) j["window"] = encode(*s.window);
   if (s.focusedElementIndex) j["focusedElementIndex"] = *s.focusedElementIndex;
   Json elements = Json::array();
@@ -195,6 +196,7 @@ AppStateSnapshot decodeAppStateSnapshot(const Json& document) {
     s.screenshotSize = SizePayload{sf.integer("width"), sf.integer("height")};
   }
   s.annotatedScreenshotPath = f.optionalText("annotatedScreenshotPath");
+  s.screenshotMaxDimension = f.optionalInteger("screenshotMaxDimension");
   if (const Json* window = f.find("window"); window && !window->is_null()) {
     Fields wf(*window, "window");
     WindowSnapshot w;

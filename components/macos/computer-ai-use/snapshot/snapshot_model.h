@@ -64,6 +64,9 @@ struct AppStateSnapshot {
   std::optional<SizePayload> screenshotSize;
   // The screenshot with the elements' frames and indices drawn on it (--annotate).
   std::optional<std::string> annotatedScreenshotPath;
+  // The --max-dimension the screenshot was kept within; later snapshots that the element
+  // commands take keep it too.
+  std::optional<int64_t> screenshotMaxDimension;
   std::optional<WindowSnapshot> window;
   std::optional<int64_t> focusedElementIndex;
   std::vector<ElementSnapshot> elements;

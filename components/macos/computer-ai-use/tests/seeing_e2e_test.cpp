@@ -116,6 +116,27 @@ TEST(MaxDimension, ShrinksTheCachedScreenshotAndPixelClicksStillLandOnTheirEleme
   }
 }
 
+TEST(MaxDimension, ElementCommandsKeepTheBoundSoTheImageHeldStillMaps) {
+  // An element command's own snapshot replaces the cached screenshot; it keeps the
+  // bound, so pixels of the image from get-app-state keep their meaning, until a
+  // get-app-state without the flag asks for the full size again.
+  Desktop d(retinaDesktop());
+  json snapshot = d.state({"--max-dimension", "700"});
+  EXPECT_EQ(snapshot["screenshotMaxDimension"], 700);
+  ASSERT_EQ(d.run({"click", "--app", "Scribe", "--element-index", "6"}).status, 0);
+  json cached = json::parse(readText(d.cache + "/com.tavlin.example.scribe-4242.json"));
+  EXPECT_EQ(cached["screenshotSize"], snapshot["screenshotSize"]);
+  PixelFrame italic = inImage(snapshot, 7);
+  ToolRun click = d.run({"click", "--app", "Scribe", "--x", std::to_string(italic.x + italic.width / 2), "--y",
+                         std::to_string(italic.y + italic.height / 2)});
+  ASSERT_EQ(click.status, 0) << click.err;
+  EXPECT_TRUE(within(json::parse(click.out)["screen_point"], snapshot["elements"][7]["frame"])) << click.out;
+
+  EXPECT_EQ(d.state({})["screenshotSize"], (json{{"width", 1800}, {"height", 1280}}));
+  ASSERT_EQ(d.run({"click", "--app", "Scribe", "--element-index", "6"}).status, 0);
+  EXPECT_EQ(tavlin::imaging::readPNGSize(d.png), std::make_pair(int64_t{1800}, int64_t{1280}));
+}
+
 TEST(MaxDimension, AnImageWithinTheBoundIsLeftAsCaptured) {
   Desktop d(retinaDesktop());
   d.state({});
