@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <numeric>
+#include <set>
+#include <tuple>
 #include <unordered_map>
 
 #include "cli/arguments.h"
@@ -75,11 +78,35 @@ PixelRect keptInside(PixelRect r, const PixelRect& image) {
   return r;
 }
 
+// Places on a grid of half a label around a frame's top-left corner, nearest first:
+// the same for every label of one size, so they are sorted once.
+class NearbyPlaces {
+ public:
+  const std::vector<std::pair<int, int>>& offsets(int w, int h) {
+    auto& list = bySize_[{w, h}];
+    if (list.empty()) {
+      const int across = std::max(1, w / 2), down = std::max(1, h / 2);
+      std::vector<std::pair<int64_t, std::pair<int, int>>> sorted;
+      for (int j = -4; j <= 4; ++j) {
+        for (int k = -4; k <= 12; ++k) {
+          int64_t dx = int64_t{k} * across, dy = int64_t{j} * down;
+          sorted.push_back({dx * dx + dy * dy, {k * across, j * down}});
+        }
+      }
+      std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+      for (const auto& entry : sorted) list.push_back(entry.second);
+    }
+    return list;
+  }
+
+ private:
+  std::map<std::pair<int, int>, std::vector<std::pair<int, int>>> bySize_;
+};
+
 // Where a w × h label may go for `f`, best first: the corners, inside then just
-// outside; then every place on a grid of half a label around the top-left corner,
-// nearest first. Every place lies within two labels of the frame, so a label reads as
-// its element's.
-std::vector<PixelRect> candidates(const PixelRect& f, int w, int h) {
+// outside; then the nearby places. Every place lies within two labels of the frame, so
+// a label reads as its element's.
+std::vector<PixelRect> candidates(const PixelRect& f, int w, int h, NearbyPlaces& places) {
   std::vector<PixelRect> out = {
       {f.x, f.y, w, h},                       // inside top-left
       {f.x, f.y - h, w, h},                   // above top-left
@@ -92,18 +119,11 @@ std::vector<PixelRect> candidates(const PixelRect& f, int w, int h) {
       {f.x - w, f.y, w, h},                   // left of top-left
       {f.right(), f.y, w, h},                 // right of top-right
   };
-  const int across = std::max(1, w / 2), down = std::max(1, h / 2);
   PixelRect near{f.x - 2 * w, f.y - 2 * h, f.width + 4 * w, f.height + 4 * h};
-  std::vector<std::pair<int64_t, PixelRect>> nearby;
-  for (int j = -4; j <= 4; ++j) {
-    for (int k = -4; k <= 12; ++k) {
-      PixelRect r{f.x + k * across, f.y + j * down, w, h};
-      int64_t dx = int64_t{k} * across, dy = int64_t{j} * down;
-      if (near.contains(r)) nearby.emplace_back(dx * dx + dy * dy, r);
-    }
+  for (const auto& [dx, dy] : places.offsets(w, h)) {
+    PixelRect r{f.x + dx, f.y + dy, w, h};
+    if (near.contains(r)) out.push_back(r);
   }
-  std::stable_sort(nearby.begin(), nearby.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (const auto& [distance, r] : nearby) out.push_back(r);
   return out;
 }
 
@@ -119,24 +139,34 @@ std::vector<PlacedLabel> placeLabels(const std::vector<LabelTarget>& targets,
 
   std::vector<PlacedLabel> placed(targets.size());
   LabelGrid grid;
+  NearbyPlaces places;
+  // Elements stacked on one spot (a long list drawn over itself) look for the same
+  // places. Labels only ever take places, so once every place for a frame and label
+  // size is taken it stays so: the next such element goes straight to the first place.
+  std::set<std::tuple<int, int, int, int, int, int>> full;
   for (size_t i : order) {
     auto [w, h] = labelSize(targets[i].index);
+    const PixelRect& f = targets[i].frame;
+    auto key = std::make_tuple(f.x, f.y, f.width, f.height, w, h);
     std::optional<PixelRect> chosen;
-    std::optional<PixelRect> first;
-    for (const PixelRect& candidate : candidates(targets[i].frame, w, h)) {
-      PixelRect r = keptInside(candidate, image);
-      if (!first) first = r;
-      if (!grid.overlaps(r)) {
-        chosen = r;
-        break;
+    if (!full.contains(key)) {
+      for (const PixelRect& candidate : candidates(f, w, h, places)) {
+        PixelRect r = keptInside(candidate, image);
+        if (!grid.overlaps(r)) {
+          chosen = r;
+          break;
+        }
       }
     }
     // Nowhere free: the first place, over another label, rather than none at all. It
     // is not recorded, since that place was taken already; the grid then holds only
     // labels that do not overlap, a bounded number a cell.
-    PixelRect label = chosen ? *chosen : *first;
-    if (chosen) grid.add(label);
-    placed[i] = {targets[i].index, label};
+    if (chosen) {
+      grid.add(*chosen);
+    } else {
+      full.insert(key);
+    }
+    placed[i] = {targets[i].index, chosen ? *chosen : keptInside({f.x, f.y, w, h}, image)};
   }
   return placed;
 }

@@ -169,6 +169,16 @@ TEST(Scaling, EverySourcePixelCountsAndTransparencyLendsNoColour) {
   EXPECT_EQ(two.at(0, 0), (Color{85, 85, 85, 255}));
   EXPECT_EQ(two.at(1, 0), (Color{85, 85, 85, 255}));
 
+  // Five rows into two: a row split between both targets counts half in each.
+  Canvas column(1, 5, Color{});
+  for (int y = 0; y < 5; ++y) {
+    uint8_t v = static_cast<uint8_t>(y * 50);
+    column.fill(0, y, 1, 1, Color{v, v, v, 255});
+  }
+  Canvas rows = shrunk(column, 1, 2);
+  EXPECT_EQ(rows.at(0, 0), (Color{40, 40, 40, 255}));     // (0 + 50 + 100 / 2) / 2.5
+  EXPECT_EQ(rows.at(0, 1), (Color{160, 160, 160, 255}));  // (100 / 2 + 150 + 200) / 2.5
+
   // Transparent red next to opaque blue: blue, half covered (a window's rounded corner).
   Canvas corner(2, 1, Color{255, 0, 0, 0});
   corner.fill(1, 0, 1, 1, Color{0, 0, 255, 255});
