@@ -212,15 +212,3 @@ TEST(Text, DrawsInsideItsClipAndOnlyWithAFontThatLoads) {
   EXPECT_GT(inside, 50);
   EXPECT_EQ(outside, 0);
 }
-
-TEST(Text, BuiltInDigitsNeedNoFont) {
-  EXPECT_EQ(builtInDigitsWidth("7", 2), 10);
-  EXPECT_EQ(builtInDigitsWidth("128", 1), 17);
-  EXPECT_EQ(builtInDigitsWidth("", 3), 0);
-  Canvas canvas(40, 20, Color{255, 255, 255, 255});
-  drawBuiltInDigits(canvas, 1, 1, "18", 2, Color{0, 0, 0, 255});
-  // "1": its stem is the middle column; "8": its lower loop has sides and a hollow middle.
-  EXPECT_EQ(canvas.at(1 + 2 * 2, 1 + 3 * 2), (Color{0, 0, 0, 255}));
-  EXPECT_EQ(canvas.at(1 + 12 + 0, 1 + 4 * 2), (Color{0, 0, 0, 255}));
-  EXPECT_EQ(canvas.at(1 + 12 + 2 * 2, 1 + 4 * 2), (Color{255, 255, 255, 255}));
-}
