@@ -8,11 +8,13 @@ debian_packages=(
   libgtest-dev                  # GoogleTest
   nlohmann-json3-dev            # JSON parsing (desktop files, cache files)
   libicu-dev                    # Foundation-compatible key order, grapheme clusters
-  libpng-dev                    # PNG files of the simulated screenshot tools
+  libpng-dev                    # PNG files: screenshots shrunk and annotated, the simulated tools
+  libfreetype-dev               # text in annotated and simulated screenshots
+  fonts-dejavu-core             # the font they draw with (a Mac uses its own)
   libbenchmark-dev              # benchmark targets
   zsh                           # /bin/zsh runs the companion scripts, as on macOS
 )
-brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng google-benchmark node)
+brew_packages=(cmake ninja googletest nlohmann-json icu4c libpng freetype google-benchmark node)
 
 case "$(uname -s)" in
   Linux)

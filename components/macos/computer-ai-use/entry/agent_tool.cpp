@@ -42,6 +42,7 @@ struct GetAppStateRequest {
   std::optional<std::string> titleContains;
   std::optional<uint32_t> windowID;
   bool changes = false;
+  snapshot::ScreenshotOptions screenshot;
 };
 
 // The dispatcher reads get-app-state's flags itself, in this order, so that a bad
@@ -53,11 +54,17 @@ GetAppStateRequest readGetAppStateFlags(const cli::Flags& flags) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   auto format = snapshot::appStateFormat(lowered);
   if (!format) throw cli::ToolError("Unsupported --format " + given + ". Expected plugin, json, or plugin-json.");
-  GetAppStateRequest request{.appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}, .changes = false};
+  GetAppStateRequest request{
+      .appQuery = {}, .format = *format, .titleContains = {}, .windowID = {}, .changes = false, .screenshot = {}};
   request.titleContains = cli::flagValue(
       flags, {"--title-contains", "--title_contains", "--window-title-contains", "--window_title_contains"});
   request.windowID = cli::uint32Flag(flags, {"--window-id", "--window_id"});
   request.changes = cli::switchFlag(flags, {"--changes"});
+  // A switch, as the other commands' switches: "--annotate false" (any case) is off.
+  if (auto on = cli::flagValue(flags, {"--annotate"})) request.screenshot.annotate = common::lowercased(*on) != "false";
+  if (auto n = cli::flagValue(flags, {"--max-dimension", "--max_dimension"})) {
+    request.screenshot.maxDimension = snapshot::parseMaxDimension(*n);
+  }
   request.appQuery = cli::requiredFlag(flags, {"--app"});
   return request;
 }
@@ -69,7 +76,8 @@ const std::vector<Command>& commandTable() {
       {{"get-app-state", "get_app_state"},
        [](CommandContext& context, const cli::Flags& flags) {
          GetAppStateRequest r = readGetAppStateFlags(flags);
-         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID, r.changes);
+         snapshot::handleGetAppState(context, r.appQuery, r.format, r.titleContains, r.windowID, r.changes,
+                                     r.screenshot);
        }},
       {{"click"}, input::handleClick},
       {{"type-text", "type_text"}, input::handleTypeText},

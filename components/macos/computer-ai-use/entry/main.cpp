@@ -65,7 +65,8 @@ int main(int argc, char** argv) {
   std::unique_ptr<platform::Platform> platform = platform::makePlatform(argc > 0 ? argv[0] : "");
   const runtime::ProcessValues values = entry::makeProcessValues(
       std::move(startup), platform->workspace(),
-      {entry::environment("TAVLIN_INSTALL_ROOT"), entry::environment("TAVLIN_AX_TIMEOUT"), argc > 0 ? argv[0] : ""});
+      {entry::environment("TAVLIN_INSTALL_ROOT"), entry::environment("TAVLIN_AX_TIMEOUT"), argc > 0 ? argv[0] : "",
+       entry::environment("TAVLIN_FONT")});
 
   const std::vector<std::string>& args = values.tavlinArguments;
   std::vector<std::string> rest(args.size() > 1 ? args.begin() + 1 : args.end(), args.end());

@@ -28,6 +28,7 @@ runtime::ProcessValues makeProcessValues(runtime::TavlinStartup startup, platfor
   v.programPath = environment.programPath;
   v.accessibilityTimeoutSetting = environment.accessibilityTimeout;
   v.installRootSetting = environment.installRoot;
+  if (environment.font && !environment.font->empty()) v.fontSetting = environment.font;
   return v;
 }
 

@@ -15,6 +15,7 @@ struct StartupEnvironment {
   std::optional<std::string> installRoot;           // TAVLIN_INSTALL_ROOT
   std::optional<std::string> accessibilityTimeout;  // TAVLIN_AX_TIMEOUT
   std::string programPath;                          // argv[0]
+  std::optional<std::string> font = std::nullopt;   // TAVLIN_FONT
 };
 
 runtime::ProcessValues makeProcessValues(runtime::TavlinStartup startup, platform::Workspace& workspace,

@@ -17,6 +17,7 @@
 #include "common/unicode.h"
 #include "input/event_synthesis.h"
 #include "menus/menu_bar.h"
+#include "snapshot/screenshot_images.h"
 #include "runtime/output.h"
 #include "snapshot/element_changes.h"
 #include "statusitem/status_item_services.h"
@@ -244,6 +245,16 @@ bool observes(const std::string& tool) {
   return std::find(observingTools().begin(), observingTools().end(), tool) != observingTools().end();
 }
 
+// Images for a model come scaled down unless the call says otherwise; 0 is the full size.
+void withDefaultMaxDimension(cli::Flags& flags) {
+  auto given = flags.find("--max-dimension");
+  if (given == flags.end()) {
+    flags["--max-dimension"] = std::to_string(defaultMaxDimension);
+  } else if (given->second == "0") {
+    flags.erase(given);
+  }
+}
+
 // What each tool promises a client: whether it only reads, may destroy (input that
 // edits, presses or chooses), gives the same effect when repeated. Every tool works on
 // this Mac's own applications, not an open world of outside services.
@@ -297,12 +308,14 @@ const Json& outputSchemaFor(const std::string& tool) {
                                  {"bundle_identifier", string},
                                  {"cache_path", string},
                                  {"screenshot_path", string},
+                                 {"annotated_screenshot_path", string},
                                  {"focused_element_index", integer},
                                  {"window_id", integer},
                                  {"window_title", {{"type", {"string", "null"}}}},
                                  {"bundleIdentifier", string},
                                  {"cachePath", string},
                                  {"screenshotPath", string},
+                                 {"annotatedScreenshotPath", string},
                                  {"elements", {{"type", "array"}, {"items", {{"type", "object"}}}}},
                                  {"window", {{"type", "object"}}}},
                                 {"app", "pid"});
@@ -504,7 +517,18 @@ const std::vector<ToolEntry>& toolEntries() {
         {"format", "--format", "string",
          "plugin (default): a text listing; json: the raw snapshot; plugin-json: the listing with cache metadata.",
          false, {"plugin", "json", "plugin-json"}},
-        titleContains(), windowID()}},
+        titleContains(), windowID(),
+        {"annotate", "--annotate", "boolean",
+         "Send a copy of the screenshot with every element's frame outlined and its index in a label, instead of "
+         "the plain one (default false).",
+         false, {}},
+        withBounds({"max_dimension", "--max-dimension", "integer",
+                    "The screenshot's longer side in pixels: 64 to 16384, or 0 for the full size. Default " +
+                        std::to_string(defaultMaxDimension) +
+                        ": a larger image is scaled down here, since clients and models would scale it themselves "
+                        "and break its pixel coordinates. click's x/y and drag take pixels of the image sent.",
+                    false, {}},
+                   0, snapshot::maxMaxDimension)}},
       {"click", "click", "Click an element or a screenshot pixel",
        "Activates the application and clicks an element (by element_index) at its centre, or a pixel (x, y) of the "
        "latest get_app_state screenshot. An element without a frame is pressed through accessibility.",
@@ -838,6 +862,7 @@ Json McpServer::callTool(const Json& params) {
   flags.erase("--observe");
   // The report's text block carries its JSON, as every other tool's does.
   if (tool->name == "doctor") flags["--json"] = "true";
+  if (tool->name == "get_app_state") withDefaultMaxDimension(flags);
 
   runtime::BufferedOutput output;
   runtime::CommandContext context{values_, platform_, output};

@@ -42,6 +42,9 @@ namespace tavlin::mcp {
 
 inline constexpr size_t maxMessageBytes = size_t{4} << 20;
 inline constexpr const char* newestProtocolVersion = "2025-11-25";
+// get_app_state's screenshot size when the call gives no max_dimension: the longer side
+// in pixels that clients' image limits and models' own downscaling leave untouched.
+inline constexpr int defaultMaxDimension = 1568;
 
 // Protocol versions from which a wrong or missing tool argument is a tool result with
 // "isError" (a message the model can act on) rather than a JSON-RPC error.

@@ -46,6 +46,8 @@ struct ProcessValues {
   // TAVLIN_INSTALL_ROOT as given, so that a value the root search passed over can be
   // reported.
   std::optional<std::string> installRootSetting;
+  // TAVLIN_FONT when set and not empty: the font file drawn with, instead of the search list.
+  std::optional<std::string> fontSetting;
 };
 
 }  // namespace tavlin::runtime

@@ -21,6 +21,17 @@ const std::optional<std::string>& nonEmpty(const std::optional<std::string>& tex
   return text && !text->empty() ? text : none;
 }
 
+// The bound the last snapshot was asked to keep its screenshot within, if any.
+std::optional<int> lastMaxDimension(const runtime::ProcessValues& values, const platform::RunningApplication& app) {
+  try {
+    auto bound = loadCachedState(values, app).screenshotMaxDimension;
+    if (bound && *bound >= minMaxDimension && *bound <= maxMaxDimension) return static_cast<int>(*bound);
+  } catch (const cli::ToolError&) {
+    // No snapshot yet, or not one this version reads: the full size.
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::string listingText(const std::string& text, int64_t keep) {
@@ -84,6 +95,7 @@ std::string pluginText(const AppStateSnapshot& s) {
   }
   lines.push_back("</app_state>");
   if (s.screenshotPath) lines.push_back("Screenshot: " + *s.screenshotPath);
+  if (s.annotatedScreenshotPath) lines.push_back("Annotated screenshot: " + *s.annotatedScreenshotPath);
   lines.push_back("Cache: " + s.cachePath);
   std::string text;
   for (size_t i = 0; i < lines.size(); ++i) text += (i ? "\n" : "") + lines[i];
@@ -92,7 +104,7 @@ std::string pluginText(const AppStateSnapshot& s) {
 
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache) {
+                               CacheUpdate cache, const std::optional<ScreenshotOptions>& screenshot) {
   platform::Platform& platform = context.platform;
   platform::Accessibility& ax = platform.accessibility();
   platform::Element appElement = ax.applicationElement(app.pid);
@@ -142,6 +154,9 @@ CurrentState fetchCurrentState(runtime::CommandContext& context, const platform:
     s.elements.push_back(t.snapshot);
   }
   if (cache == CacheUpdate::write) {
+    ScreenshotOptions options = screenshot ? *screenshot : ScreenshotOptions{false, lastMaxDimension(context.values, app)};
+    finishScreenshot(platform, context.values, app, s, options);
+    s.screenshotMaxDimension = options.maxDimension;
     s.cachePath = cacheFileURL(context.values, app);
     writeCachedState(s);
   }
@@ -152,6 +167,7 @@ cli::Json pluginEnvelope(const AppStateSnapshot& s) {
   cli::Json envelope = {{"app_state", pluginText(s)}, {"app", s.app}, {"pid", s.pid}, {"cache_path", s.cachePath}};
   if (s.bundleIdentifier) envelope["bundle_identifier"] = *s.bundleIdentifier;
   if (s.screenshotPath) envelope["screenshot_path"] = *s.screenshotPath;
+  if (s.annotatedScreenshotPath) envelope["annotated_screenshot_path"] = *s.annotatedScreenshotPath;
   if (s.focusedElementIndex) envelope["focused_element_index"] = *s.focusedElementIndex;
   if (s.window && s.window->windowID) envelope["window_id"] = *s.window->windowID;
   if (s.window) envelope["window_title"] = s.window->title ? cli::Json(*s.window->title) : cli::Json(nullptr);
@@ -160,7 +176,7 @@ cli::Json pluginEnvelope(const AppStateSnapshot& s) {
 
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                       bool changes) {
+                       bool changes, const ScreenshotOptions& screenshot) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                              messagingTimeout(context.values.accessibilityTimeoutSetting));
   platform::RunningApplication app =
@@ -168,11 +184,12 @@ void handleGetAppState(runtime::CommandContext& context, const std::string& appQ
   // Read before the new snapshot replaces it; the comparison uses the walk done anyway.
   std::optional<AppStateSnapshot> previous;
   if (changes) previous = previousSnapshot(context.values, app);
-  CurrentState state = fetchCurrentState(context, app, titleContains, windowID);
+  CurrentState state = fetchCurrentState(context, app, titleContains, windowID, CacheUpdate::write, screenshot);
   const AppStateSnapshot& s = state.snapshot;
   std::optional<SnapshotChanges> diff;
   if (changes) diff = compareSnapshots(previous, s);
-  context.result.screenshotPath = s.screenshotPath;
+  // A server sends the annotated image when there is one: the agent asked to see it.
+  context.result.screenshotPath = s.annotatedScreenshotPath ? s.annotatedScreenshotPath : s.screenshotPath;
   switch (format) {
     case AppStateFormat::plugin:
       context.output.standardOutput(pluginText(s) + (diff ? "\n" + changesText(*diff) : "") + "\n");

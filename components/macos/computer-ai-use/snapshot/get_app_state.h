@@ -8,6 +8,7 @@
 
 #include "runtime/command_context.h"
 #include "snapshot/app_state_format.h"
+#include "snapshot/screenshot_images.h"
 #include "snapshot/snapshot_model.h"
 
 namespace tavlin::snapshot {
@@ -20,10 +21,14 @@ struct CurrentState {
 // Walks the selected window, captures it and writes the cache file. Throws ToolError.
 // With CacheUpdate::none the walk neither captures the window nor touches the state
 // cache: the snapshot the agent saw stays what later commands are checked against.
+// `screenshot` shrinks and annotates the captured image (screenshot_images.h); without
+// it (an element command's own snapshot) the image keeps the last snapshot's
+// --max-dimension, so pixels of the image the agent holds still map exactly.
 enum class CacheUpdate { write, none };
 CurrentState fetchCurrentState(runtime::CommandContext& context, const platform::RunningApplication& app,
                                const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                               CacheUpdate cache = CacheUpdate::write);
+                               CacheUpdate cache = CacheUpdate::write,
+                               const std::optional<ScreenshotOptions>& screenshot = std::nullopt);
 
 // `text` cut to `maxLength` characters followed by "…" when it is longer.
 std::string shortValue(const std::string& text, int64_t maxLength);
@@ -39,6 +44,6 @@ nlohmann::json pluginEnvelope(const AppStateSnapshot& snapshot);
 // cache: a block after the listing, or a "changes" key of the JSON document.
 void handleGetAppState(runtime::CommandContext& context, const std::string& appQuery, AppStateFormat format,
                        const std::optional<std::string>& titleContains, std::optional<uint32_t> windowID,
-                       bool changes = false);
+                       bool changes = false, const ScreenshotOptions& screenshot = {});
 
 }  // namespace tavlin::snapshot

@@ -169,6 +169,8 @@ Json encode(const AppStateSnapshot& s) {
   j["generatedAt"] = cli::iso8601(s.generatedAt);
   put(j, "screenshotPath", s.screenshotPath);
   if (s.screenshotSize) j["screenshotSize"] = encode(*s.screenshotSize);
+  put(j, "annotatedScreenshotPath", s.annotatedScreenshotPath);
+  if (s.screenshotMaxDimension) j["screenshotMaxDimension"] = *s.screenshotMaxDimension;
   if (s.window) j["window"] = encode(*s.window);
   if (s.focusedElementIndex) j["focusedElementIndex"] = *s.focusedElementIndex;
   Json elements = Json::array();
@@ -193,6 +195,8 @@ AppStateSnapshot decodeAppStateSnapshot(const Json& document) {
     Fields sf(*size, "screenshotSize");
     s.screenshotSize = SizePayload{sf.integer("width"), sf.integer("height")};
   }
+  s.annotatedScreenshotPath = f.optionalText("annotatedScreenshotPath");
+  s.screenshotMaxDimension = f.optionalInteger("screenshotMaxDimension");
   if (const Json* window = f.find("window"); window && !window->is_null()) {
     Fields wf(*window, "window");
     WindowSnapshot w;

@@ -62,6 +62,11 @@ struct AppStateSnapshot {
   std::chrono::system_clock::time_point generatedAt;
   std::optional<std::string> screenshotPath;
   std::optional<SizePayload> screenshotSize;
+  // The screenshot with the elements' frames and indices drawn on it (--annotate).
+  std::optional<std::string> annotatedScreenshotPath;
+  // The --max-dimension the screenshot was kept within; later snapshots that the element
+  // commands take keep it too.
+  std::optional<int64_t> screenshotMaxDimension;
   std::optional<WindowSnapshot> window;
   std::optional<int64_t> focusedElementIndex;
   std::vector<ElementSnapshot> elements;

@@ -202,6 +202,20 @@ std::vector<std::string> imagesOf(const Json& reply) {
 
 }  // namespace
 
+namespace {
+
+// Width and height from a PNG's header; zero for anything shorter.
+std::pair<uint32_t, uint32_t> pngPixelSize(const std::string& png) {
+  if (png.size() < 24) return {0, 0};
+  auto word = [&](size_t at) {
+    return (uint32_t(uint8_t(png[at])) << 24) | (uint32_t(uint8_t(png[at + 1])) << 16) |
+           (uint32_t(uint8_t(png[at + 2])) << 8) | uint32_t(uint8_t(png[at + 3]));
+  };
+  return {word(16), word(20)};
+}
+
+}  // namespace
+
 TEST(McpScreenshots, OnlyTheSnapshotsOwnImageIsSent) {
   // A PNG elsewhere that a crafted title names: it must never reach the client, in
   // whatever format the listing is asked for.
@@ -257,9 +271,10 @@ TEST(McpScreenshots, TakenInProcessWithTheCompanionsFallbacks) {
   };
   const std::string refused = R"("screenCaptureKit": {"shareableContent": "refused", "capture": "refused"},)";
   const std::vector<Case> cases = {
+      // The screenshot tool's Retina image comes scaled to the default max_dimension.
       {"ScreenCaptureKit answers", "", false, std::pair{900u, 640u}},
-      {"ScreenCaptureKit never answers", R"("screenCaptureKit": {"capture": "never"},)", true, std::pair{1800u, 1280u}},
-      {"ScreenCaptureKit refused", refused, true, std::pair{1800u, 1280u}},
+      {"ScreenCaptureKit never answers", R"("screenCaptureKit": {"capture": "never"},)", true, std::pair{1568u, 1115u}},
+      {"ScreenCaptureKit refused", refused, true, std::pair{1568u, 1115u}},
       {"nothing works", refused + R"("capture": {"screencapture": "fails"},)", true, std::nullopt},
   };
   for (const Case& c : cases) {
@@ -280,12 +295,54 @@ TEST(McpScreenshots, TakenInProcessWithTheCompanionsFallbacks) {
     ASSERT_EQ(images.size(), 1u) << c.name;
     std::string png = tavlin::testing::readText(s.dir.file("cache/com.tavlin.example.scribe-4242.png"));
     EXPECT_EQ(images[0], mcp::base64(png)) << c.name;
-    ASSERT_GT(png.size(), 24u);
-    auto word = [&](size_t at) {
-      return (uint32_t(uint8_t(png[at])) << 24) | (uint32_t(uint8_t(png[at + 1])) << 16) |
-             (uint32_t(uint8_t(png[at + 2])) << 8) | uint32_t(uint8_t(png[at + 3]));
-    };
-    EXPECT_EQ(std::pair(word(16), word(20)), *c.pixels) << c.name;
+    EXPECT_EQ(pngPixelSize(png), *c.pixels) << c.name;
+  }
+}
+
+TEST(McpScreenshots, SizedForModelsAndAnnotatedOnRequest) {
+  // The screenshot tool's capture: 1800 × 1280 pixels.
+  const std::string retina = R"("screenCaptureKit": {"capture": "never"},)";
+  struct Case {
+    std::string arguments;
+    std::pair<uint32_t, uint32_t> pixels;
+    bool annotated;
+  };
+  const std::vector<Case> cases = {
+      {R"({"app": "Scribe"})", {1568, 1115}, false},
+      {R"({"app": "Scribe", "max_dimension": 0})", {1800, 1280}, false},
+      {R"({"app": "Scribe", "max_dimension": 900, "annotate": true})", {900, 640}, true},
+      {R"({"app": "Scribe", "annotate": false, "format": "json"})", {1568, 1115}, false},
+  };
+  for (const Case& c : cases) {
+    Server s(tavlin::testing::replaceAll(titledDesktop("Notes"), "\"tavlinDesktop\": 1,", "\"tavlinDesktop\": 1, " + retina));
+    s.values.backgroundWindowCaptureScriptURL = std::string(TAVLIN_SOURCE_ROOT) + "/bin/background-window-capture";
+    Json reply = s.call("get_app_state", c.arguments);
+    ASSERT_EQ(reply["result"]["isError"], false) << c.arguments << reply.dump();
+    std::vector<std::string> images = imagesOf(reply);
+    ASSERT_EQ(images.size(), 1u) << c.arguments;
+    std::string annotated = s.dir.file("cache/com.tavlin.example.scribe-4242.annotated.png");
+    std::string sent = c.annotated ? annotated : s.dir.file("cache/com.tavlin.example.scribe-4242.png");
+    std::string png = tavlin::testing::readText(sent);
+    EXPECT_EQ(images[0], mcp::base64(png)) << c.arguments;
+    EXPECT_EQ(pngPixelSize(png), c.pixels) << c.arguments;
+    const Json& structured = reply["result"]["structuredContent"];
+    EXPECT_EQ(structured.contains("annotated_screenshot_path"), c.annotated) << c.arguments;
+    EXPECT_EQ(std::filesystem::exists(annotated), c.annotated) << c.arguments;
+  }
+
+  Server s(titledDesktop("Notes"));
+  const std::vector<std::pair<std::string, std::string>> refused = {
+      {R"({"app": "Scribe", "max_dimension": 10})", "max_dimension must be an integer from 64 to 16384, not 10"},
+      {R"({"app": "Scribe", "max_dimension": 20000})",
+       "Invalid arguments: argument \"max_dimension\" of tool get_app_state must be from 0 to 16384"},
+      {R"({"app": "Scribe", "annotate": "yes"})",
+       "Invalid arguments: argument \"annotate\" of tool get_app_state must be a boolean"},
+  };
+  s.send(R"({"jsonrpc": "2.0", "id": 1, "method": "initialize", "params": {"protocolVersion": "2025-11-25"}})");
+  for (const auto& [arguments, message] : refused) {
+    Json reply = s.call("get_app_state", arguments);
+    EXPECT_EQ(reply["result"]["isError"], true) << arguments;
+    EXPECT_EQ(reply["result"]["content"][0]["text"], message) << arguments;
   }
 }
 

@@ -35,6 +35,7 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::map<std::s
   request.extraEnvironment = {{"TAVLIN_SIM_DESKTOP", ""},
                               {"TAVLIN_SIM_EVENT_LOG", ""},
                               {"TAVLIN_INSTALL_ROOT", ""},
+                              {"TAVLIN_FONT", ""},
                               {"TAVLIN_EXECUTABLE", TAVLIN_BINARY}};
   for (const auto& [k, v] : environment) request.extraEnvironment[k] = v;
   platform::ProcessResult result = platform::PosixProcesses().run(request);

@@ -14,7 +14,7 @@
 #include "common/files.h"
 #include "common/unicode.h"
 #include "platform/sim/sim_capture.h"
-#include "platform/sim/sim_png.h"
+#include "imaging/png_file.h"
 
 namespace tavlin::sim {
 
@@ -541,7 +541,7 @@ class SimScreenCapturePort final : public ScreenCapture {
     const auto& gone = d.capture().vanishing;
     std::optional<Canvas> canvas;
     if (std::find(gone.begin(), gone.end(), window->number) == gone.end()) {
-      canvas = drawWindow(d, window->number, request.pixelWidth, request.pixelHeight);
+      canvas = drawWindow(d, window->number, request.pixelWidth, request.pixelHeight, p_.font());
     }
     if (!canvas) {
       if (d.capture().windowCapture.kind == SimAnswer::Kind::never) return;
@@ -558,7 +558,7 @@ class SimScreenCapturePort final : public ScreenCapture {
     p_.desktop().log("system", "write-png",
                      {{"width", std::to_string(sim ? sim->canvas.width() : 0)},
                       {"height", std::to_string(sim ? sim->canvas.height() : 0)}});
-    if (!sim || !sim::writePNG(sim->canvas, path)) {
+    if (!sim || !imaging::writePNG(sim->canvas, path)) {
       return {CaptureStatus::Kind::failed, "failed to write png to " + path};
     }
     return {};
@@ -574,7 +574,7 @@ class SimScreenCapturePort final : public ScreenCapture {
   }
 
   std::optional<PixelSize> imagePixelSize(const std::string& path) override {
-    auto size = readPNGSize(path);
+    auto size = imaging::readPNGSize(path);
     if (!size) return std::nullopt;
     return PixelSize{size->first, size->second};
   }
@@ -610,7 +610,7 @@ class SimProcessesPort final : public Processes {
   explicit SimProcessesPort(SimPlatform& p) : p_(p) {}
   ProcessResult run(const ProcessRequest& request) override {
     if (request.executable == "/usr/sbin/screencapture" || request.executable == "/bin/zsh") {
-      if (auto result = runSimulatedTool(p_.desktop(), request)) return *result;
+      if (auto result = runSimulatedTool(p_.desktop(), request, p_.font())) return *result;
     }
     if (request.executable == "/bin/zsh" && !request.arguments.empty()) {
       SimDesktop& d = p_.desktop();
@@ -779,6 +779,11 @@ void SimPlatform::checkpoint() {
   }
 }
 
+imaging::Font* SimPlatform::font() {
+  if (!font_) font_ = imaging::loadFont(settings_.font);
+  return font_->get();
+}
+
 SimSettings simSettingsFromEnvironment(const std::string& executablePath) {
   SimSettings s;
   auto env = [](const char* name) -> std::optional<std::string> {
@@ -795,6 +800,7 @@ SimSettings simSettingsFromEnvironment(const std::string& executablePath) {
     double seconds = std::strtod(w->c_str(), &end);
     if (end && *end == '\0' && seconds >= 0 && seconds <= 3600) s.lockWaitSeconds = seconds;
   }
+  s.font = env("TAVLIN_FONT");
   if (auto h = env("HOME")) {
     s.homeDirectory = *h;
   } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {

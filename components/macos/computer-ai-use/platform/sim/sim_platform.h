@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "imaging/text.h"
 #include "platform/platform.h"
 #include "platform/headless_status_bar.h"
 #include "platform/posix_processes.h"
@@ -19,6 +20,7 @@ struct SimSettings {
   std::string homeDirectory;                // the simulated user's home
   std::string executablePath;               // for the main bundle path
   double lockWaitSeconds = defaultLockWaitSeconds;  // TAVLIN_SIM_LOCK_WAIT
+  std::optional<std::string> font = std::nullopt;  // TAVLIN_FONT: the screenshots' font file
 };
 
 class SimPlatform final : public platform::Platform {
@@ -52,6 +54,9 @@ class SimPlatform final : public platform::Platform {
   // How many times this process asked ScreenCaptureKit for its shareable content.
   void noteShareableContentRequest() { ++shareableContentRequests_; }
   uint64_t shareableContentRequests() const { return shareableContentRequests_; }
+  // The font the simulated screenshots draw text with, loaded on first use; null when
+  // none can be loaded (text is then drawn as bars).
+  imaging::Font* font();
   // Whether a desktop is loaded or named (desktop() then does not fail for want of one).
   bool hasDesktop() const { return desktop_ || (settings_.desktopPath && !settings_.desktopPath->empty()); }
 
@@ -64,9 +69,11 @@ class SimPlatform final : public platform::Platform {
   uint64_t shareableContentRequests_ = 0;
   std::vector<SimDesktop::Scheduled> released_;  // late answers still to come after a checkpoint
   std::unique_ptr<Ports> ports_;
+  std::optional<std::unique_ptr<imaging::Font>> font_;
 };
 
-// The settings from the environment: TAVLIN_SIM_DESKTOP, TAVLIN_SIM_EVENT_LOG, HOME.
+// The settings from the environment: TAVLIN_SIM_DESKTOP, TAVLIN_SIM_EVENT_LOG, HOME,
+// TAVLIN_SIM_LOCK_WAIT, TAVLIN_FONT.
 SimSettings simSettingsFromEnvironment(const std::string& executablePath);
 
 }  // namespace tavlin::sim

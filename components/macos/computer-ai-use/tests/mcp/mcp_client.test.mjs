@@ -80,6 +80,16 @@ test('an MCP client observes and acts on the example desktop', async () => {
     assert.equal(png.readUInt32BE(16), 900);  // the window's width in points
     assert.equal(png.readUInt32BE(20), 640);
 
+    // Numbered and scaled for a model: the image sent is the annotated copy, at the size
+    // the cache records for later pixel clicks.
+    assert.equal(byName.get_app_state.inputSchema.properties.max_dimension.maximum, 16384);
+    const seen = await client.callTool({ name: 'get_app_state', arguments: { app: 'Scribe', annotate: true, max_dimension: 600 } });
+    assert.equal(seen.isError, false);
+    assert.match(seen.content[0].text, /\nAnnotated screenshot: .*\.annotated\.png\n/);
+    const numbered = Buffer.from(seen.content.find((c) => c.type === 'image').data, 'base64');
+    assert.deepEqual(numbered, readFileSync(seen.structuredContent.annotated_screenshot_path));
+    assert.deepEqual([numbered.readUInt32BE(16), numbered.readUInt32BE(20)], [600, 427]);
+
     const click = await client.callTool({ name: 'click', arguments: { app: 'Scribe', element_index: 6 } });
     assert.equal(click.isError, false);
     assert.deepEqual(click.structuredContent.screen_point, { x: 154, y: 128 });
@@ -147,6 +157,7 @@ for (const { protocol, pkg } of matrix) {
         ['get_app_state', { app: 'Scribe' }],
         ['get_app_state', { app: 'Scribe', format: 'plugin-json' }],
         ['get_app_state', { app: 'Scribe', format: 'json' }],
+        ['get_app_state', { app: 'Scribe', format: 'json', annotate: true, max_dimension: 0 }],
         ['click', { app: 'Scribe', element_index: 6 }],
         ['click', { app: 'Scribe', x: 10, y: 10 }],
         ['scroll', { app: 'Scribe', element_index: 12, direction: 'down' }],
