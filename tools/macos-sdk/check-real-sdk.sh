@@ -50,10 +50,13 @@ mkdir -p "$third_party"
 search=()
 [ -n "${TAVLIN_SDK_THIRD_PARTY:-}" ] && read -r -a search <<<"$TAVLIN_SDK_THIRD_PARTY"
 if command -v brew >/dev/null; then
-  search+=("$(brew --prefix icu4c 2>/dev/null)/include" "$(brew --prefix)/include")
+  search+=("$(brew --prefix icu4c 2>/dev/null)/include" "$(brew --prefix)/include"
+           "$(brew --prefix freetype 2>/dev/null)/include/freetype2")
 fi
-search+=(/opt/homebrew/include /usr/local/include /usr/include)
-for entry in nlohmann unicode gtest png.h pngconf.h pnglibconf.h; do
+# FreeType keeps its headers one folder down (freetype2/), as pkg-config's cflags say.
+search+=(/opt/homebrew/include /usr/local/include /usr/include
+         /opt/homebrew/include/freetype2 /usr/local/include/freetype2 /usr/include/freetype2)
+for entry in nlohmann unicode gtest png.h pngconf.h pnglibconf.h ft2build.h freetype; do
   for dir in "${search[@]}"; do
     if [ -e "$dir/$entry" ]; then
       ln -s "$dir/$entry" "$third_party/$entry"
@@ -83,7 +86,7 @@ for clang in "${clangs[@]}"; do
       for file in "$src"/platform/macos/*.mm; do echo "$clang $arch $target objc $file" >>"$list"; done
     done
     # The rest of the component does not depend on the architecture: one is enough.
-    for file in "$src"/{cli,common,runtime,entry,snapshot,apps,input,openpanel,capture,clicker,statusitem,mcp,record,doctor,platform,platform/sim,tests}/*.cpp; do
+    for file in "$src"/{cli,common,runtime,entry,snapshot,apps,input,menus,openpanel,capture,clicker,statusitem,mcp,record,doctor,imaging,platform,platform/sim,tests}/*.cpp; do
       echo "$clang ${archs[0]} $target core $file" >>"$list"
     done
   done
