@@ -148,6 +148,18 @@ cli::Json elementJSON(const ElementSnapshot& e) {
   return j;
 }
 
+// Whether two snapshots show one window, as far as can be told: by window-server number
+// where both have one. A number lost or gained means the window list changed under it:
+// the window closed and another took its place (a walk falls back on the focused one),
+// or it was minimised. Only an unchanged title then says it is the same window.
+bool isSameWindow(const AppStateSnapshot& before, const AppStateSnapshot& after) {
+  auto number = [](const AppStateSnapshot& s) { return s.window ? s.window->windowID : std::nullopt; };
+  auto title = [](const AppStateSnapshot& s) { return s.window ? s.window->title : std::nullopt; };
+  if (number(before) && number(after)) return *number(before) == *number(after);
+  if (!number(before) && !number(after)) return true;
+  return title(before) == title(after);
+}
+
 }  // namespace
 
 SnapshotChanges compareSnapshots(const std::optional<AppStateSnapshot>& before, const AppStateSnapshot& after) {
@@ -160,8 +172,7 @@ SnapshotChanges compareSnapshots(const std::optional<AppStateSnapshot>& before, 
   std::vector<bool> wasMatched(was.size(), false);
 
   // Another window altogether: nothing in it is the same element.
-  bool sameWindow = !(before->window && before->window->windowID && after.window && after.window->windowID &&
-                      *before->window->windowID != *after.window->windowID);
+  bool sameWindow = isSameWindow(*before, after);
   struct Level {
     const std::vector<size_t>* was;
     const std::vector<size_t>* now;
