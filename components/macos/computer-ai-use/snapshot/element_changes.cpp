@@ -56,6 +56,8 @@ std::vector<FieldChange> fieldChanges(const ElementSnapshot& was, const ElementS
   std::vector<FieldChange> out;
   if (was.value != now.value) out.push_back({"value", optionalText(was.value), optionalText(now.value)});
   if (was.title != now.title) out.push_back({"title", optionalText(was.title), optionalText(now.title)});
+  // An icon button is known by its description alone: Play becoming Pause is its change.
+  if (was.desc != now.desc) out.push_back({"desc", optionalText(was.desc), optionalText(now.desc)});
   if (was.enabled != now.enabled) {
     out.push_back({"enabled", was.enabled ? cli::Json(*was.enabled) : cli::Json(nullptr),
                    now.enabled ? cli::Json(*now.enabled) : cli::Json(nullptr)});

@@ -129,6 +129,8 @@ TEST(SnapshotChanges, ElementsAreMatchedAsTrees) {
        },
        1, {}, {}, {1, 4}, "enabled,frame"},
       {"a label changed in place", [](auto& e) { e[1].second.title = "Heavy"; }, 1, {}, {}, {1}, "title"},
+      // An icon button is known by its description alone (Play becoming Pause).
+      {"a description changed in place", [](auto& e) { e[1].second.desc = "Bold (on)"; }, 1, {}, {}, {1}, "desc"},
   };
   for (const Case& c : cases) {
     auto items = base();
