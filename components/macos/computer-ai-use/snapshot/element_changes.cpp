@@ -56,6 +56,8 @@ std::vector<FieldChange> fieldChanges(const ElementSnapshot& was, const ElementS
   std::vector<FieldChange> out;
   if (was.value != now.value) out.push_back({"value", optionalText(was.value), optionalText(now.value)});
   if (was.title != now.title) out.push_back({"title", optionalText(was.title), optionalText(now.title)});
+  // An icon button is known by its description alone: Play becoming Pause is its change.
+  if (was.desc != now.desc) out.push_back({"desc", optionalText(was.desc), optionalText(now.desc)});
   if (was.enabled != now.enabled) {
     out.push_back({"enabled", was.enabled ? cli::Json(*was.enabled) : cli::Json(nullptr),
                    now.enabled ? cli::Json(*now.enabled) : cli::Json(nullptr)});
@@ -148,6 +150,18 @@ cli::Json elementJSON(const ElementSnapshot& e) {
   return j;
 }
 
+// Whether two snapshots show one window, as far as can be told: by window-server number
+// where both have one. A number lost or gained means the window list changed under it:
+// the window closed and another took its place (a walk falls back on the focused one),
+// or it was minimised. Only an unchanged title then says it is the same window.
+bool isSameWindow(const AppStateSnapshot& before, const AppStateSnapshot& after) {
+  auto number = [](const AppStateSnapshot& s) { return s.window ? s.window->windowID : std::nullopt; };
+  auto title = [](const AppStateSnapshot& s) { return s.window ? s.window->title : std::nullopt; };
+  if (number(before) && number(after)) return *number(before) == *number(after);
+  if (!number(before) && !number(after)) return true;
+  return title(before) == title(after);
+}
+
 }  // namespace
 
 SnapshotChanges compareSnapshots(const std::optional<AppStateSnapshot>& before, const AppStateSnapshot& after) {
@@ -160,8 +174,7 @@ SnapshotChanges compareSnapshots(const std::optional<AppStateSnapshot>& before, 
   std::vector<bool> wasMatched(was.size(), false);
 
   // Another window altogether: nothing in it is the same element.
-  bool sameWindow = !(before->window && before->window->windowID && after.window && after.window->windowID &&
-                      *before->window->windowID != *after.window->windowID);
+  bool sameWindow = isSameWindow(*before, after);
   struct Level {
     const std::vector<size_t>* was;
     const std::vector<size_t>* now;

@@ -276,8 +276,15 @@ void finishScreenshot(platform::Platform& platform, const runtime::ProcessValues
   const std::string path = *s.screenshotPath;
   std::optional<Canvas> image;  // decoded at most once for both steps
   std::string problem;
+  auto dropScreenshot = [&] {
+    ::unlink(path.c_str());
+    s.screenshotPath.reset();
+    s.screenshotSize.reset();
+  };
 
-  if (options.maxDimension && s.screenshotSize) {
+  // An image of unknown size cannot be told to be within the bound, nor mapped.
+  if (options.maxDimension && !s.screenshotSize) return dropScreenshot();
+  if (options.maxDimension) {
     auto [width, height] = imaging::fittedSize(static_cast<int>(std::min<int64_t>(s.screenshotSize->width, 1 << 30)),
                                                static_cast<int>(std::min<int64_t>(s.screenshotSize->height, 1 << 30)),
                                                *options.maxDimension);
@@ -288,12 +295,7 @@ void finishScreenshot(platform::Platform& platform, const runtime::ProcessValues
         image = imaging::shrunk(*image, width, height);
         if (replaceWith(*image, path)) written = readImageSize(platform, path);
       }
-      if (!written || written->width != width || written->height != height) {
-        ::unlink(path.c_str());
-        s.screenshotPath.reset();
-        s.screenshotSize.reset();
-        return;
-      }
+      if (!written || written->width != width || written->height != height) return dropScreenshot();
       s.screenshotSize = written;
     }
   }

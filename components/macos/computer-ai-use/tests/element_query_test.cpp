@@ -20,12 +20,13 @@ ElementSnapshot element(std::string role, std::optional<std::string> title = {},
 }
 
 // A snapshot from (depth, element) pairs in walk order, with indices and paths as the
-// walk gives them.
+// walk gives them, of a window titled as its first element and numbered `window` by
+// the window server (none: not in the window list).
 AppStateSnapshot snapshotOf(std::vector<std::pair<int64_t, ElementSnapshot>> items, std::optional<uint32_t> window = 1) {
   AppStateSnapshot s;
   s.app = "P";
   s.pid = 5;
-  if (window) s.window = WindowSnapshot{window, "W", std::nullopt};
+  s.window = WindowSnapshot{window, items.empty() ? std::nullopt : items.front().second.title, std::nullopt};
   std::vector<std::string> chain;
   for (auto& [depth, e] : items) {
     e.depth = depth;
@@ -111,6 +112,11 @@ TEST(SnapshotChanges, ElementsAreMatchedAsTrees) {
       {"a value that labels its element", [](auto& e) { e[4].second.value = "Hello world"; }, 1, {}, {}, {4}, "value"},
       {"the window renamed, same window", [](auto& e) { e[0].second.title = "Doc — Edited"; }, 1, {}, {}, {0}, "title"},
       {"another window", [](auto&) {}, 2, {0, 1, 2, 3, 4, 5, 6, 7}, {0, 1, 2, 3, 4, 5, 6, 7}, {}, ""},
+      // The window closed and the walk fell back on another, which the window server
+      // does not list: not the same window renamed.
+      {"another window, without a number", [](auto& e) { e[0].second.title = "Draft"; }, std::nullopt,
+       {0, 1, 2, 3, 4, 5, 6, 7}, {0, 1, 2, 3, 4, 5, 6, 7}, {}, ""},
+      {"the window left the window list (minimised), its title kept", [](auto&) {}, std::nullopt, {}, {}, {}, ""},
       {"a button inserted among unlabelled ones",
        [](auto& e) { e.insert(e.begin() + 2, {1, element("AXButton")}); }, 1, {4}, {}, {}, ""},
       {"a subtree removed", [](auto& e) { e.erase(e.begin() + 6, e.end()); }, 1, {}, {6, 7}, {}, ""},
@@ -123,6 +129,8 @@ TEST(SnapshotChanges, ElementsAreMatchedAsTrees) {
        },
        1, {}, {}, {1, 4}, "enabled,frame"},
       {"a label changed in place", [](auto& e) { e[1].second.title = "Heavy"; }, 1, {}, {}, {1}, "title"},
+      // An icon button is known by its description alone (Play becoming Pause).
+      {"a description changed in place", [](auto& e) { e[1].second.desc = "Bold (on)"; }, 1, {}, {}, {1}, "desc"},
   };
   for (const Case& c : cases) {
     auto items = base();

@@ -161,6 +161,15 @@ TEST(FinishScreenshot, ShrinksAnnotatesAndNeverKeepsAnImageLargerThanAsked) {
   EXPECT_EQ(s.screenshotPath, std::nullopt);
   EXPECT_EQ(s.screenshotSize, std::nullopt);
   EXPECT_FALSE(common::exists(png));
+
+  // An image whose size could not be read back may be any size: dropped too, rather
+  // than kept and sent larger than asked.
+  ASSERT_TRUE(imaging::writePNG(imaging::Canvas(400, 200, imaging::Color{250, 250, 250, 255}), png));
+  s = snapshotWith(400, 200);
+  s.screenshotSize.reset();
+  snapshot::finishScreenshot(platform, values, app, s, {.annotate = true, .maxDimension = 100});
+  EXPECT_EQ(s.screenshotPath, std::nullopt);
+  EXPECT_FALSE(common::exists(png));
 }
 
 TEST(MaxDimension, BoundsAndTheirMessage) {
