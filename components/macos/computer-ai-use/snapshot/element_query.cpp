@@ -5,6 +5,7 @@
 #include "common/unicode.h"
 #include "snapshot/ax_access.h"
 #include "snapshot/get_app_state.h"
+#include "snapshot/root_window.h"
 #include "snapshot/snapshot_json.h"
 
 namespace tavlin::snapshot {
@@ -95,6 +96,16 @@ cli::Json windowJSON(const WindowSnapshot& window) {
   return j;
 }
 
+bool walkedTheNamedWindow(const AppStateSnapshot& walked, const std::optional<std::string>& titleContains,
+                          std::optional<uint32_t> windowID) {
+  const std::optional<WindowSnapshot>& window = walked.window;
+  if (windowID) return window && window->windowID == windowID;
+  if (auto filter = cleanedWindowTitleFilter(titleContains)) {
+    return window && common::containsIgnoringCase(window->title.value_or(""), *filter);
+  }
+  return true;
+}
+
 platform::RunningApplication queriedApp(runtime::CommandContext& context, const std::string& appQuery) {
   ensureAccessibilityTrusted(context.platform, context.values.programPath, true,
                              messagingTimeout(context.values.accessibilityTimeoutSetting));
@@ -107,6 +118,13 @@ void handleFindElements(runtime::CommandContext& context, const cli::Flags& flag
   std::optional<uint32_t> windowID = windowNumber(flags);
   platform::RunningApplication app = queriedApp(context, cli::requiredFlag(flags, {"--app"}));
   CurrentState state = fetchCurrentState(context, app, titleContains, windowID, CacheUpdate::none);
+  // Elements of the window that stood in for a missing one would be an answer to
+  // another question.
+  if (!walkedTheNamedWindow(state.snapshot, titleContains, windowID)) {
+    throw cli::ToolError(state.snapshot.app + " has no window " +
+                         (windowID ? "with the id " + std::to_string(*windowID)
+                                   : "whose title contains \"" + *cleanedWindowTitleFilter(titleContains) + "\""));
+  }
 
   cli::Json found = cli::Json::array();
   for (const ElementSnapshot& e : state.snapshot.elements) {

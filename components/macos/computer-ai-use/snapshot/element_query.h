@@ -35,6 +35,12 @@ std::optional<std::string> nonEmptyFlag(const cli::Flags& flags, const cli::Flag
 // The window flags of get-app-state: --title-contains (and its aliases), --window-id.
 std::optional<std::string> windowTitleFilter(const cli::Flags& flags);
 std::optional<uint32_t> windowNumber(const cli::Flags& flags);
+// Whether a walk described the window the flags name: the window-server number given,
+// else a title containing the filter (ignoring case); true when neither is given. The
+// walk falls back to another window when the named one is missing, and what that
+// window holds says nothing about the named one.
+bool walkedTheNamedWindow(const AppStateSnapshot& walked, const std::optional<std::string>& titleContains,
+                          std::optional<uint32_t> windowID);
 
 // The permission gate, then the application the query names; throws ToolError.
 platform::RunningApplication queriedApp(runtime::CommandContext& context, const std::string& appQuery);

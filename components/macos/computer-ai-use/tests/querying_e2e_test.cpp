@@ -167,6 +167,17 @@ TEST(FindElements, TheWindowFlagsChooseTheWindowAndEmptyCriteriaAreRefused) {
   EXPECT_EQ(parsed(export_)["elements"][0]["label"], "Export");
   EXPECT_EQ(parsed(export_)["window"]["window_id"], 12);
   EXPECT_EQ(parsed(d.run({"find-elements", "--app", "Scribe", "--window-id", "11", "--text", "export"}))["count"], 0);
+  // A named window that is not there is an error, not the elements of the window in front.
+  for (const auto& [flags, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"--window-id", "999"}, "Scribe has no window with the id 999\n"},
+           {{"--title-contains", " Invoice "}, "Scribe has no window whose title contains \"Invoice\"\n"}}) {
+    std::vector<std::string> args = {"find-elements", "--app", "Scribe", "--role", "AXButton"};
+    args.insert(args.end(), flags.begin(), flags.end());
+    ToolRun run = d.run(args);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, message);
+    EXPECT_EQ(run.out, "");
+  }
   for (const char* flag : {"--text", "--role", "--identifier"}) {
     ToolRun run = d.run({"find-elements", "--app", "Scribe", flag, ""});
     EXPECT_EQ(run.status, 1);
