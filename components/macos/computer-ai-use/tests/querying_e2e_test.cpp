@@ -2,6 +2,8 @@
 // that come and go, get-app-state --changes, and the MCP actions' observe.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "common/files.h"
@@ -254,6 +256,31 @@ TEST(WaitFor, WhatNeverComesFailsAtItsBoundWithOneLine) {
     EXPECT_EQ(run.err, message + "\n");
   }
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
+}
+
+// An application that quits mid-wait reads as an empty tree: that must not pass for
+// "gone", nor leave the wait running to its bound.
+TEST(WaitFor, AnApplicationThatStopsAnsweringIsNeverGone) {
+  const std::vector<std::vector<std::string>> conditions = {
+      {"--window-title", "Draft", "--gone"},
+      {"--text", "Save", "--gone"},
+      {"--role", "AXWindow", "--gone"},
+      {"--text", "Nowhere"},
+  };
+  for (const auto& condition : conditions) {
+    DesktopFixture d(replaceAll(timedDesktop(), R"("name": "Scribe",)", R"("name": "Scribe", "quitsAfterCalls": 40,)"));
+    std::vector<std::string> args = {"wait-for", "--app", "Scribe", "--timeout", "5"};
+    args.insert(args.end(), condition.begin(), condition.end());
+    ToolRun run = d.run(args);
+    EXPECT_EQ(run.status, 1) << condition[1] << run.out;
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("Scribe stopped answering accessibility (it may have quit) while waiting for "),
+              std::string::npos) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    // It fails when the application goes, not at the bound.
+    EXPECT_LT(clockOf(d), 5) << condition[1];
+    EXPECT_EQ(actingLines(d.events()), "");
+  }
 }
 
 TEST(GetAppStateChanges, AddedRemovedAndChangedSinceThePreviousSnapshot) {
