@@ -170,9 +170,15 @@ TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::str
   return {};
 }
 
+std::string shownTitle(const std::string& title) {
+  // A menu may hold a title of any length; a message stays a readable line.
+  std::string shown = common::prefixCharacters(title, maxTitleInMessage);
+  return shown.size() < title.size() ? shown + "\u2026" : shown;
+}
+
 std::string listedTitles(const std::vector<std::string>& titles) {
   std::string out;
-  for (size_t i = 0; i < titles.size() && i < maxTitlesInMessage; ++i) out += (i ? ", " : "") + titles[i];
+  for (size_t i = 0; i < titles.size() && i < maxTitlesInMessage; ++i) out += (i ? ", " : "") + shownTitle(titles[i]);
   if (titles.size() > maxTitlesInMessage) {
     out += ", \u2026 and " + std::to_string(titles.size() - maxTitlesInMessage) + " more";
   }

@@ -71,7 +71,12 @@ struct TitleMatch {
 };
 TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::string& wanted);
 
-// "A, B, C", at most maxTitlesInMessage of them ("…, and 12 more").
+// The most characters of one title or path a message shows; the rest is cut at "…".
+inline constexpr int64_t maxTitleInMessage = 100;
+// A title or path as a message shows it: at most maxTitleInMessage characters.
+std::string shownTitle(const std::string& title);
+
+// "A, B, C", at most maxTitlesInMessage of them ("…, and 12 more"), each shown.
 std::string listedTitles(const std::vector<std::string>& titles);
 
 // The attributes read of each item, in one batched call (a recording keeps them), and
