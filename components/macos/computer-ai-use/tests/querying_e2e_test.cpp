@@ -281,6 +281,12 @@ TEST(WaitFor, AnApplicationThatStopsAnsweringIsNeverGone) {
     EXPECT_LT(clockOf(d), 5) << condition[1];
     EXPECT_EQ(actingLines(d.events()), "");
   }
+  // One that does not answer at all keeps the wait going to its bound, and says why.
+  DesktopFixture silent(replaceAll(timedDesktop(), R"("name": "Scribe",)", R"("name": "Scribe", "responds": false,)"));
+  ToolRun run = silent.run({"wait-for", "--app", "Scribe", "--window-title", "Draft", "--gone", "--timeout", "3"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "Timed out after 3 s waiting for a window with a title containing \"Draft\" in Scribe to disappear "
+                     "(the last look could not read Scribe: AXError -25204)\n");
 }
 
 TEST(GetAppStateChanges, AddedRemovedAndChangedSinceThePreviousSnapshot) {
