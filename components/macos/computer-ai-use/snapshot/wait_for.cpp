@@ -26,7 +26,7 @@ double timeoutFlag(const cli::Flags& flags) {
   if (!seconds || !(*seconds >= 0) || *seconds > maxWaitTimeout) {
     throw cli::ToolError("--timeout must be a number of seconds from 0 to 600, not " + *text);
   }
-  return *seconds;
+  return *seconds + 0.0;  // -0 is 0, and says so in the time-out line
 }
 
 std::string secondsText(double seconds) {

@@ -234,7 +234,8 @@ TEST(WaitFor, WhatNeverComesFailsAtItsBoundWithOneLine) {
   ToolRun defaulted = d.run({"wait-for", "--app", "Scribe", "--identifier", "nothing"});
   EXPECT_EQ(defaulted.err, "Timed out after 10 s waiting for an element with identifier nothing in Scribe\n");
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
-  EXPECT_EQ(d.run({"wait-for", "--app", "Scribe", "--text", "x", "--timeout", "0"}).status, 1);
+  EXPECT_EQ(d.run({"wait-for", "--app", "Scribe", "--text", "x", "--timeout", "-0"}).err,
+            "Timed out after 0 s waiting for an element with text \"x\" in Scribe\n");
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
   EXPECT_EQ(actingLines(d.events()), "");
 
