@@ -192,6 +192,11 @@ TEST(WaitFor, SucceedsAtTheFirstLookAfterTheThingCameOrWent) {
       {"an element appearing late", 0, {"--text", "saving"}, 1.5, 1.5, "element", nullptr},
       {"an element of another window", 0, {"--title-contains", "Export", "--identifier", "export"}, 3.25, 3.25,
        "element", "Export"},
+      // Not the focused window's button while the named window is still to come.
+      {"a button of a window still to come", 0, {"--title-contains", "export", "--role", "AXButton"}, 3.25, 3.25,
+       "element", "Export"},
+      {"a button of a window numbered", 0, {"--window-id", "12", "--role", "AXButton"}, 3.25, 3.25, "element",
+       "Export"},
       {"there already", 2, {"--role", "AXTextField"}, 0, 2, "element", "Name"},
       {"an element going", 0, {"--text", "Cancel", "--gone"}, 1.25, 1.25, "gone", nullptr},
       {"a window going", 3.5, {"--window-title", "Draft", "--gone", "--timeout", "1"}, 1, 4.5, nullptr, nullptr},
