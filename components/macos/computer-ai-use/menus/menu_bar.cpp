@@ -96,9 +96,10 @@ std::optional<AXAttributeValue> valueOf(const platform::AXCopyResult& result) {
   return result.value;
 }
 
-// A title for comparing leniently: case folded, composed, "..." as the ellipsis.
+// A title for comparing leniently: case folded, composed, "..." as the ellipsis, and
+// without the blanks around it, which a path cannot carry (it drops them).
 std::string lenientTitle(const std::string& title) {
-  std::string text = title;
+  std::string text = common::trimmed(title);
   for (size_t at = 0; (at = text.find("...", at)) != std::string::npos;) text.replace(at, 3, "\u2026");
   return common::lowercased(text);
 }

@@ -63,8 +63,8 @@ std::vector<std::string> parseMenuPath(const std::string& path);
 std::string joinMenuPath(const std::vector<std::string>& titles);
 
 // Which of `titles` a wanted title names: the exact title, else the one that equals it
-// ignoring case (Unicode's, composed forms), with "..." read as "…" either way. More
-// than one exact match, or several lenient ones, is ambiguous.
+// ignoring case (Unicode's, composed forms) and blanks around it, with "..." read as
+// "…" either way. More than one exact match, or several lenient ones, is ambiguous.
 struct TitleMatch {
   std::optional<size_t> index;
   std::vector<size_t> ambiguous;  // when it is ambiguous, the candidates

@@ -90,6 +90,8 @@ TEST(MenuTitles, ExactFirstThenIgnoringCaseAndEllipsis) {
       {{"\u00c9dition"}, "E\u0301dition", 0, {}},                 // decomposed is the same title
       {{"Print", "Print"}, "Print", std::nullopt, {0, 1}},
       {{"Save"}, "Sav", std::nullopt, {}},
+      {{"Format ", "Edit"}, "Format", 0, {}},                   // a blank the path cannot carry
+      {{"Format ", "Format"}, "Format", 1, {}},
       {{}, "Save", std::nullopt, {}},
   };
   for (const Case& c : cases) {
