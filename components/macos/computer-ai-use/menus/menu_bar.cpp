@@ -159,15 +159,15 @@ TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::str
     }
     return found;
   };
-  auto decide = [](std::vector<size_t> found) -> std::optional<TitleMatch> {
-    if (found.size() == 1) return TitleMatch{found[0], {}};
-    if (found.size() > 1) return TitleMatch{std::nullopt, std::move(found)};
+  auto decide = [](std::vector<size_t> found, bool exact) -> std::optional<TitleMatch> {
+    if (found.size() == 1) return TitleMatch{found[0], exact, {}};
+    if (found.size() > 1) return TitleMatch{std::nullopt, false, std::move(found)};
     return std::nullopt;
   };
   const std::string exact = common::canonicalForm(wanted);
-  if (auto m = decide(matching([&](const std::string& t) { return common::canonicalForm(t) == exact; }))) return *m;
+  if (auto m = decide(matching([&](const std::string& t) { return common::canonicalForm(t) == exact; }), true)) return *m;
   const std::string lenient = lenientTitle(wanted);
-  if (auto m = decide(matching([&](const std::string& t) { return lenientTitle(t) == lenient; }))) return *m;
+  if (auto m = decide(matching([&](const std::string& t) { return lenientTitle(t) == lenient; }), false)) return *m;
   return {};
 }
 
@@ -222,6 +222,12 @@ const std::vector<std::string>& menuItemAttributes() {
 std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
   const std::vector<std::string>& attributes = menuItemAttributes();
   std::vector<MenuItem> items;
+  unread_ = 0;
+  // Absent is an answer (a separator has no title); a failing read is not.
+  auto failed = [](const platform::AXCopyResult& slot) {
+    return slot.error != platform::AXError::success && slot.error != platform::AXError::noValue &&
+           slot.error != platform::AXError::attributeUnsupported;
+  };
   for (const platform::Element& child : snapshot::elementsOf(valueOf(ax_.copyAttributeValue(holder, "AXChildren")))) {
     if (read_ >= maxMenuItems) {
       truncated_ = true;
@@ -230,7 +236,8 @@ std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
     ++read_;
     std::vector<platform::AXCopyResult> slots;
     if (ax_.copyMultipleAttributeValues(child, attributes, slots) != platform::AXError::success ||
-        slots.size() != attributes.size()) {
+        slots.size() != attributes.size() || failed(slots[0]) || failed(slots[1])) {
+      ++unread_;
       continue;
     }
     auto text = [&](size_t slot) { return snapshot::stringOf(valueOf(slots[slot])); };

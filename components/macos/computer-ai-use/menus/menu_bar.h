@@ -67,6 +67,7 @@ std::string joinMenuPath(const std::vector<std::string>& titles);
 // "…" either way. More than one exact match, or several lenient ones, is ambiguous.
 struct TitleMatch {
   std::optional<size_t> index;
+  bool exact = false;             // the index names the one exact title
   std::vector<size_t> ambiguous;  // when it is ambiguous, the candidates
 };
 TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::string& wanted);
@@ -96,12 +97,16 @@ class MenuReader {
   void readSubmenus(std::vector<MenuItem>& items, int depth);
   // Whether the item bound cut a read short (what was read is kept).
   bool truncated() const { return truncated_; }
+  // How many items of the menu read last were left out because their role or title
+  // could not be read (any of them could be the one a path names).
+  size_t unreadInLastMenu() const { return unread_; }
 
  private:
   std::vector<MenuItem> itemsOf(const platform::Element& holder);
   platform::Accessibility& ax_;
   size_t read_ = 0;
   bool truncated_ = false;
+  size_t unread_ = 0;
 };
 
 }  // namespace tavlin::menus

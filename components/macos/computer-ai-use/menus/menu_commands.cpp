@@ -55,6 +55,12 @@ Found follow(MenuReader& reader, const platform::RunningApplication& app, const 
                            std::to_string(maxMenuItems) + " items a command reads");
     }
     TitleMatch match = matchMenuTitle(titles, path[i]);
+    // An item that could not be read may be the exact title, or one like the match.
+    if (size_t unread = reader.unreadInLastMenu(); unread > 0 && !match.exact) {
+      throw cli::ToolError("Which item \"" + wanted + "\" names in " + where + " cannot be told: " +
+                           std::to_string(unread) + (unread == 1 ? " item" : " items") +
+                           " of it could not be read");
+    }
     if (!match.index && !match.ambiguous.empty()) {
       std::vector<std::string> candidates;
       for (size_t at : match.ambiguous) candidates.push_back(titles[at]);

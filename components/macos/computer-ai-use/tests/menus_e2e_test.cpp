@@ -181,9 +181,10 @@ TEST(ListMenus, ARecordingReplaysTheMenusWithTheirShortcutsAndMarks) {
   EXPECT_EQ(after.out, before.out);
 }
 
-// Past the item bound an exact title can lie unread: a lenient match read before it
-// must not be pressed in its place. A huge title is cut in messages.
-TEST(PressMenu, AHugeMenuNamesNoItemByGuessAndHugeTitlesStayShort) {
+// An item not read (past the item bound, or whose title read failed) can hold the exact
+// title: a lenient match read beside it must not be pressed in its place. A huge title
+// is cut in messages.
+TEST(PressMenu, AMenuNotReadWholeNamesNoItemByGuessAndHugeTitlesStayShort) {
   auto item = [](const std::string& title) {
     return R"({"role": "AXMenuItem", "title": ")" + title + R"(", "enabled": true, "actions": ["AXPress"]})";
   };
@@ -196,13 +197,20 @@ TEST(PressMenu, AHugeMenuNamesNoItemByGuessAndHugeTitlesStayShort) {
       {"role": "AXMenuBarItem", "title": "Big", "enabled": true, "children": [{"role": "AXMenu", "children": [)" +
                    big + R"(]}]},
       {"role": "AXMenuBarItem", "title": "Long", "enabled": true, "children": [{"role": "AXMenu", "children": [)" +
-                   item(longTitle) + R"(]}]}]}]}}]})");
+                   item(longTitle) + R"(]}]},
+      {"role": "AXMenuBarItem", "title": "Flaky", "enabled": true, "children": [{"role": "AXMenu", "children": [
+        {"role": "AXMenuItem", "title": "Save", "errors": {"AXTitle": "cannotComplete"}, "actions": ["AXPress"]},
+        )" + item("save") + ", " + item("Other") + R"(]}]}]}]}}]})");
   const std::string shown = std::string(tavlin::menus::maxTitleInMessage, 'W') + "\u2026";
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"press-menu", "--app", "Odd", "--path", "Big > Save"},
        "Which item \"Save\" names in the menu Big cannot be told: it holds more than the 2000 items a command reads"},
       {{"list-menus", "--app", "Odd", "--path", "Big > Save"},
        "Which item \"Save\" names in the menu Big cannot be told: it holds more than the 2000 items a command reads"},
+      {{"press-menu", "--app", "Odd", "--path", "Flaky > Save"},
+       "Which item \"Save\" names in the menu Flaky cannot be told: 1 item of it could not be read"},
+      {{"press-menu", "--app", "Odd", "--path", "Flaky > Nothing"},
+       "Which item \"Nothing\" names in the menu Flaky cannot be told: 1 item of it could not be read"},
       {{"press-menu", "--app", "Odd", "--path", "Long > Other"}, "No \"Other\" in the menu Long. Available: " + shown},
       {{"press-menu", "--app", "Odd", "--path", "Long > " + longTitle + " > x"},
        "Long > " + shown + " is an item, not a menu: the path cannot go on to \"x\""},
@@ -217,4 +225,6 @@ TEST(PressMenu, AHugeMenuNamesNoItemByGuessAndHugeTitlesStayShort) {
   ToolRun pressed = d.run({"press-menu", "--app", "Odd", "--path", "Long > " + longTitle});
   ASSERT_EQ(pressed.status, 0) << pressed.err;
   EXPECT_NE(pressed.out.find(longTitle), std::string::npos);
+  // An exact title is still pressed beside an unread item.
+  EXPECT_EQ(d.run({"press-menu", "--app", "Odd", "--path", "Flaky > Other"}).status, 0);
 }
