@@ -96,9 +96,10 @@ std::optional<AXAttributeValue> valueOf(const platform::AXCopyResult& result) {
   return result.value;
 }
 
-// A title for comparing leniently: case folded, composed, "..." as the ellipsis.
+// A title for comparing leniently: case folded, composed, "..." as the ellipsis, and
+// without the blanks around it, which a path cannot carry (it drops them).
 std::string lenientTitle(const std::string& title) {
-  std::string text = title;
+  std::string text = common::trimmed(title);
   for (size_t at = 0; (at = text.find("...", at)) != std::string::npos;) text.replace(at, 3, "\u2026");
   return common::lowercased(text);
 }
@@ -158,21 +159,27 @@ TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::str
     }
     return found;
   };
-  auto decide = [](std::vector<size_t> found) -> std::optional<TitleMatch> {
-    if (found.size() == 1) return TitleMatch{found[0], {}};
-    if (found.size() > 1) return TitleMatch{std::nullopt, std::move(found)};
+  auto decide = [](std::vector<size_t> found, bool exact) -> std::optional<TitleMatch> {
+    if (found.size() == 1) return TitleMatch{found[0], exact, {}};
+    if (found.size() > 1) return TitleMatch{std::nullopt, false, std::move(found)};
     return std::nullopt;
   };
   const std::string exact = common::canonicalForm(wanted);
-  if (auto m = decide(matching([&](const std::string& t) { return common::canonicalForm(t) == exact; }))) return *m;
+  if (auto m = decide(matching([&](const std::string& t) { return common::canonicalForm(t) == exact; }), true)) return *m;
   const std::string lenient = lenientTitle(wanted);
-  if (auto m = decide(matching([&](const std::string& t) { return lenientTitle(t) == lenient; }))) return *m;
+  if (auto m = decide(matching([&](const std::string& t) { return lenientTitle(t) == lenient; }), false)) return *m;
   return {};
+}
+
+std::string shownTitle(const std::string& title) {
+  // A menu may hold a title of any length; a message stays a readable line.
+  std::string shown = common::prefixCharacters(title, maxTitleInMessage);
+  return shown.size() < title.size() ? shown + "\u2026" : shown;
 }
 
 std::string listedTitles(const std::vector<std::string>& titles) {
   std::string out;
-  for (size_t i = 0; i < titles.size() && i < maxTitlesInMessage; ++i) out += (i ? ", " : "") + titles[i];
+  for (size_t i = 0; i < titles.size() && i < maxTitlesInMessage; ++i) out += (i ? ", " : "") + shownTitle(titles[i]);
   if (titles.size() > maxTitlesInMessage) {
     out += ", \u2026 and " + std::to_string(titles.size() - maxTitlesInMessage) + " more";
   }
@@ -215,6 +222,12 @@ const std::vector<std::string>& menuItemAttributes() {
 std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
   const std::vector<std::string>& attributes = menuItemAttributes();
   std::vector<MenuItem> items;
+  unread_ = 0;
+  // Absent is an answer (a separator has no title); a failing read is not.
+  auto failed = [](const platform::AXCopyResult& slot) {
+    return slot.error != platform::AXError::success && slot.error != platform::AXError::noValue &&
+           slot.error != platform::AXError::attributeUnsupported;
+  };
   for (const platform::Element& child : snapshot::elementsOf(valueOf(ax_.copyAttributeValue(holder, "AXChildren")))) {
     if (read_ >= maxMenuItems) {
       truncated_ = true;
@@ -223,7 +236,8 @@ std::vector<MenuItem> MenuReader::itemsOf(const platform::Element& holder) {
     ++read_;
     std::vector<platform::AXCopyResult> slots;
     if (ax_.copyMultipleAttributeValues(child, attributes, slots) != platform::AXError::success ||
-        slots.size() != attributes.size()) {
+        slots.size() != attributes.size() || failed(slots[0]) || failed(slots[1])) {
+      ++unread_;
       continue;
     }
     auto text = [&](size_t slot) { return snapshot::stringOf(valueOf(slots[slot])); };

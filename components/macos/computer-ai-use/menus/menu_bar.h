@@ -63,15 +63,21 @@ std::vector<std::string> parseMenuPath(const std::string& path);
 std::string joinMenuPath(const std::vector<std::string>& titles);
 
 // Which of `titles` a wanted title names: the exact title, else the one that equals it
-// ignoring case (Unicode's, composed forms), with "..." read as "…" either way. More
-// than one exact match, or several lenient ones, is ambiguous.
+// ignoring case (Unicode's, composed forms) and blanks around it, with "..." read as
+// "…" either way. More than one exact match, or several lenient ones, is ambiguous.
 struct TitleMatch {
   std::optional<size_t> index;
+  bool exact = false;             // the index names the one exact title
   std::vector<size_t> ambiguous;  // when it is ambiguous, the candidates
 };
 TitleMatch matchMenuTitle(const std::vector<std::string>& titles, const std::string& wanted);
 
-// "A, B, C", at most maxTitlesInMessage of them ("…, and 12 more").
+// The most characters of one title or path a message shows; the rest is cut at "…".
+inline constexpr int64_t maxTitleInMessage = 100;
+// A title or path as a message shows it: at most maxTitleInMessage characters.
+std::string shownTitle(const std::string& title);
+
+// "A, B, C", at most maxTitlesInMessage of them ("…, and 12 more"), each shown.
 std::string listedTitles(const std::vector<std::string>& titles);
 
 // The attributes read of each item, in one batched call (a recording keeps them), and
@@ -91,12 +97,16 @@ class MenuReader {
   void readSubmenus(std::vector<MenuItem>& items, int depth);
   // Whether the item bound cut a read short (what was read is kept).
   bool truncated() const { return truncated_; }
+  // How many items of the menu read last were left out because their role or title
+  // could not be read (any of them could be the one a path names).
+  size_t unreadInLastMenu() const { return unread_; }
 
  private:
   std::vector<MenuItem> itemsOf(const platform::Element& holder);
   platform::Accessibility& ax_;
   size_t read_ = 0;
   bool truncated_ = false;
+  size_t unread_ = 0;
 };
 
 }  // namespace tavlin::menus

@@ -21,8 +21,15 @@ std::string appName(const platform::RunningApplication& app) {
   return app.localizedName.value_or("pid " + std::to_string(app.pid));
 }
 
+// A path as messages show it: each title cut to its bound.
+std::string shownPath(const std::vector<std::string>& titles) {
+  std::vector<std::string> shown;
+  for (const std::string& title : titles) shown.push_back(shownTitle(title));
+  return joinMenuPath(shown);
+}
+
 std::string disabledMessage(const std::vector<std::string>& matched) {
-  return joinMenuPath(matched) + " is disabled; nothing was pressed";
+  return shownPath(matched) + " is disabled; nothing was pressed";
 }
 
 // The item a path names, followed from the menu bar, and the titles it matched. Where
@@ -39,29 +46,41 @@ Found follow(MenuReader& reader, const platform::RunningApplication& app, const 
   std::vector<std::string> matched;
   for (size_t i = 0;; ++i) {
     std::vector<std::string> titles = titlesOf(level);
+    std::string where = matched.empty() ? "the menu bar of " + appName(app) : "the menu " + shownPath(matched);
+    const std::string wanted = shownTitle(path[i]);
+    // Past the item bound an exact match may lie unread, and a lenient or single one
+    // read before it would then name the wrong item.
+    if (reader.truncated()) {
+      throw cli::ToolError("Which item \"" + wanted + "\" names in " + where + " cannot be told: it holds more than the " +
+                           std::to_string(maxMenuItems) + " items a command reads");
+    }
     TitleMatch match = matchMenuTitle(titles, path[i]);
-    std::string where = matched.empty() ? "the menu bar of " + appName(app) : "the menu " + joinMenuPath(matched);
+    // An item that could not be read may be the exact title, or one like the match.
+    if (size_t unread = reader.unreadInLastMenu(); unread > 0 && !match.exact) {
+      throw cli::ToolError("Which item \"" + wanted + "\" names in " + where + " cannot be told: " +
+                           std::to_string(unread) + (unread == 1 ? " item" : " items") +
+                           " of it could not be read");
+    }
     if (!match.index && !match.ambiguous.empty()) {
       std::vector<std::string> candidates;
       for (size_t at : match.ambiguous) candidates.push_back(titles[at]);
-      throw cli::ToolError("\"" + path[i] + "\" names more than one item in " + where + ": " +
+      throw cli::ToolError("\"" + wanted + "\" names more than one item in " + where + ": " +
                            listedTitles(candidates) + ". Name one exactly");
     }
     if (!match.index && titles.empty()) {
-      throw cli::ToolError("No \"" + path[i] + "\" in " + where +
+      throw cli::ToolError("No \"" + wanted + "\" in " + where +
                            ": it lists no items (some applications fill a menu only when it opens)");
     }
     if (!match.index) {
-      std::string cut = reader.truncated() ? " (the read stopped after " + std::to_string(maxMenuItems) + " items)" : "";
-      throw cli::ToolError("No \"" + path[i] + "\" in " + where + ". Available: " + listedTitles(titles) + cut);
+      throw cli::ToolError("No \"" + wanted + "\" in " + where + ". Available: " + listedTitles(titles));
     }
     MenuItem item = std::move(level[*match.index]);
     matched.push_back(item.title);
     if (pressing && item.enabled == false) throw cli::ToolError(disabledMessage(matched));
     if (i + 1 == path.size()) return {std::move(item), std::move(matched)};
     if (!item.submenu) {
-      throw cli::ToolError(joinMenuPath(matched) + " is an item, not a menu: the path cannot go on to \"" +
-                           path[i + 1] + "\"");
+      throw cli::ToolError(shownPath(matched) + " is an item, not a menu: the path cannot go on to \"" +
+                           shownTitle(path[i + 1]) + "\"");
     }
     level = reader.menu(*item.submenu);
   }
@@ -96,7 +115,7 @@ void handleListMenus(runtime::CommandContext& context, const cli::Flags& flags) 
   cli::Json result = {{"app", app.localizedName.value_or("")}, {"pid", app.pid}};
   if (path) {
     Found found = follow(reader, app, *path, false);
-    if (!found.item.submenu) throw cli::ToolError(joinMenuPath(found.titles) + " is an item, not a menu");
+    if (!found.item.submenu) throw cli::ToolError(shownPath(found.titles) + " is an item, not a menu");
     items = reader.menu(*found.item.submenu);
     result["path"] = joinMenuPath(found.titles);
   } else {
@@ -114,7 +133,7 @@ void handlePressMenu(runtime::CommandContext& context, const cli::Flags& flags) 
   platform::Accessibility& ax = context.platform.accessibility();
   MenuReader reader(ax);
   Found found = follow(reader, app, path, true);
-  std::string named = joinMenuPath(found.titles);
+  std::string named = shownPath(found.titles);
   if (found.item.submenu) {
     throw cli::ToolError(named + " is a menu, not an item; name one of its items: " +
                          listedTitles(titlesOf(reader.menu(*found.item.submenu))));
@@ -133,7 +152,7 @@ void handlePressMenu(runtime::CommandContext& context, const cli::Flags& flags) 
   }
   cli::writeJSONObject(context.output, {{"ok", true},
                                         {"app", app.localizedName.value_or("")},
-                                        {"path", named},
+                                        {"path", joinMenuPath(found.titles)},
                                         {"title", found.item.title},
                                         {"action", "AXPress"}});
 }

@@ -26,7 +26,7 @@ double timeoutFlag(const cli::Flags& flags) {
   if (!seconds || !(*seconds >= 0) || *seconds > maxWaitTimeout) {
     throw cli::ToolError("--timeout must be a number of seconds from 0 to 600, not " + *text);
   }
-  return *seconds;
+  return *seconds + 0.0;  // -0 is 0, and says so in the time-out line
 }
 
 std::string secondsText(double seconds) {
@@ -89,6 +89,14 @@ void handleWaitFor(runtime::CommandContext& context, const cli::Flags& flags) {
   auto look = [&]() -> std::optional<cli::Json> {
     if (windowTitle) return matchingWindow(context, app, *windowTitle);
     CurrentState state = fetchCurrentState(context, app, titleContains, windowID, CacheUpdate::none);
+    // The walk falls back to the focused window when the named one is not there (yet);
+    // what that window holds says nothing about the named one.
+    const std::optional<WindowSnapshot>& walked = state.snapshot.window;
+    if (windowID && (!walked || walked->windowID != windowID)) return std::nullopt;
+    if (auto filter = cleanedWindowTitleFilter(titleContains);
+        !windowID && filter && !(walked && common::containsIgnoringCase(walked->title.value_or(""), *filter))) {
+      return std::nullopt;
+    }
     for (const ElementSnapshot& e : state.snapshot.elements) {
       if (matches(query, e)) return matchJSON(e);
     }
@@ -100,9 +108,22 @@ void handleWaitFor(runtime::CommandContext& context, const cli::Flags& flags) {
   // Time spent sleeping counts too, so a wall clock set back cannot stretch the wait.
   double slept = 0;
   auto waited = [&] { return std::max(slept, std::chrono::duration<double>(clock.now() - start).count()); };
+  platform::Accessibility& ax = context.platform.accessibility();
+  // Finding nothing proves nothing when the application no longer answers: a quit or a
+  // failing accessibility reads as an empty tree, never as "gone".
+  std::optional<platform::AXError> unanswered;
   for (;;) {
     std::optional<cli::Json> match = look();
-    if (match.has_value() != gone) {
+    unanswered.reset();
+    if (!match) {
+      platform::AXError error = ax.copyAttributeValue(ax.applicationElement(app.pid), "AXRole").error;
+      if (error == platform::AXError::invalidUIElement) {
+        throw cli::ToolError(appName(app) + " stopped answering accessibility (it may have quit) while waiting for " +
+                             condition + (gone ? " to disappear" : "") + "; whether it is there cannot be told");
+      }
+      if (error != platform::AXError::success) unanswered = error;
+    }
+    if (match.has_value() != gone && !unanswered) {
       cli::Json result = {{"ok", true},
                           {"app", appName(app)},
                           {"pid", app.pid},
@@ -116,8 +137,11 @@ void handleWaitFor(runtime::CommandContext& context, const cli::Flags& flags) {
     }
     double remaining = timeout - waited();
     if (remaining <= 0) {
+      std::string last = unanswered ? " (the last look could not read " + appName(app) + ": AXError " +
+                                          std::to_string(static_cast<int32_t>(*unanswered)) + ")"
+                                    : "";
       throw cli::ToolError("Timed out after " + secondsText(timeout) + " s waiting for " + condition + " in " +
-                           appName(app) + (gone ? " to disappear" : ""));
+                           appName(app) + (gone ? " to disappear" : "") + last);
     }
     double pause = std::min(waitPollSeconds, remaining);
     clock.sleep(pause);

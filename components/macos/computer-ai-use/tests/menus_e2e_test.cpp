@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "menus/menu_bar.h"
 #include "test_support.h"
 
 using tavlin::testing::DesktopFixture;
@@ -178,4 +179,52 @@ TEST(ListMenus, ARecordingReplaysTheMenusWithTheirShortcutsAndMarks) {
   ASSERT_EQ(before.status, 0) << before.err;
   EXPECT_EQ(after.err, "");
   EXPECT_EQ(after.out, before.out);
+}
+
+// An item not read (past the item bound, or whose title read failed) can hold the exact
+// title: a lenient match read beside it must not be pressed in its place. A huge title
+// is cut in messages.
+TEST(PressMenu, AMenuNotReadWholeNamesNoItemByGuessAndHugeTitlesStayShort) {
+  auto item = [](const std::string& title) {
+    return R"({"role": "AXMenuItem", "title": ")" + title + R"(", "enabled": true, "actions": ["AXPress"]})";
+  };
+  std::string big = item("save");
+  for (size_t i = 0; i < tavlin::menus::maxMenuItems; ++i) big += ", " + item("Filler " + std::to_string(i));
+  big += ", " + item("Save");
+  const std::string longTitle(5000, 'W');
+  DesktopFixture d(R"({"tavlinDesktop": 1, "apps": [{"pid": 8, "name": "Odd", "ui": {"role": "AXApplication",
+    "children": [{"role": "AXMenuBar", "children": [
+      {"role": "AXMenuBarItem", "title": "Big", "enabled": true, "children": [{"role": "AXMenu", "children": [)" +
+                   big + R"(]}]},
+      {"role": "AXMenuBarItem", "title": "Long", "enabled": true, "children": [{"role": "AXMenu", "children": [)" +
+                   item(longTitle) + R"(]}]},
+      {"role": "AXMenuBarItem", "title": "Flaky", "enabled": true, "children": [{"role": "AXMenu", "children": [
+        {"role": "AXMenuItem", "title": "Save", "errors": {"AXTitle": "cannotComplete"}, "actions": ["AXPress"]},
+        )" + item("save") + ", " + item("Other") + R"(]}]}]}]}}]})");
+  const std::string shown = std::string(tavlin::menus::maxTitleInMessage, 'W') + "\u2026";
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"press-menu", "--app", "Odd", "--path", "Big > Save"},
+       "Which item \"Save\" names in the menu Big cannot be told: it holds more than the 2000 items a command reads"},
+      {{"list-menus", "--app", "Odd", "--path", "Big > Save"},
+       "Which item \"Save\" names in the menu Big cannot be told: it holds more than the 2000 items a command reads"},
+      {{"press-menu", "--app", "Odd", "--path", "Flaky > Save"},
+       "Which item \"Save\" names in the menu Flaky cannot be told: 1 item of it could not be read"},
+      {{"press-menu", "--app", "Odd", "--path", "Flaky > Nothing"},
+       "Which item \"Nothing\" names in the menu Flaky cannot be told: 1 item of it could not be read"},
+      {{"press-menu", "--app", "Odd", "--path", "Long > Other"}, "No \"Other\" in the menu Long. Available: " + shown},
+      {{"press-menu", "--app", "Odd", "--path", "Long > " + longTitle + " > x"},
+       "Long > " + shown + " is an item, not a menu: the path cannot go on to \"x\""},
+  };
+  for (const auto& [args, err] : cases) {
+    ToolRun r = d.run(args);
+    EXPECT_EQ(r.status, 1) << err;
+    EXPECT_EQ(r.err, err + "\n");
+  }
+  EXPECT_EQ(d.events().find("perform-action"), std::string::npos) << d.events();
+  // The exact title still presses, and the result names it whole.
+  ToolRun pressed = d.run({"press-menu", "--app", "Odd", "--path", "Long > " + longTitle});
+  ASSERT_EQ(pressed.status, 0) << pressed.err;
+  EXPECT_NE(pressed.out.find(longTitle), std::string::npos);
+  // An exact title is still pressed beside an unread item.
+  EXPECT_EQ(d.run({"press-menu", "--app", "Odd", "--path", "Flaky > Other"}).status, 0);
 }

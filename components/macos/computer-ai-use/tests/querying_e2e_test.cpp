@@ -2,6 +2,8 @@
 // that come and go, get-app-state --changes, and the MCP actions' observe.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "common/files.h"
@@ -201,6 +203,11 @@ TEST(WaitFor, SucceedsAtTheFirstLookAfterTheThingCameOrWent) {
       {"an element appearing late", 0, {"--text", "saving"}, 1.5, 1.5, "element", nullptr},
       {"an element of another window", 0, {"--title-contains", "Export", "--identifier", "export"}, 3.25, 3.25,
        "element", "Export"},
+      // Not the focused window's button while the named window is still to come.
+      {"a button of a window still to come", 0, {"--title-contains", "export", "--role", "AXButton"}, 3.25, 3.25,
+       "element", "Export"},
+      {"a button of a window numbered", 0, {"--window-id", "12", "--role", "AXButton"}, 3.25, 3.25, "element",
+       "Export"},
       {"there already", 2, {"--role", "AXTextField"}, 0, 2, "element", "Name"},
       {"an element going", 0, {"--text", "Cancel", "--gone"}, 1.25, 1.25, "gone", nullptr},
       {"a window going", 3.5, {"--window-title", "Draft", "--gone", "--timeout", "1"}, 1, 4.5, nullptr, nullptr},
@@ -243,7 +250,8 @@ TEST(WaitFor, WhatNeverComesFailsAtItsBoundWithOneLine) {
   ToolRun defaulted = d.run({"wait-for", "--app", "Scribe", "--identifier", "nothing"});
   EXPECT_EQ(defaulted.err, "Timed out after 10 s waiting for an element with identifier nothing in Scribe\n");
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
-  EXPECT_EQ(d.run({"wait-for", "--app", "Scribe", "--text", "x", "--timeout", "0"}).status, 1);
+  EXPECT_EQ(d.run({"wait-for", "--app", "Scribe", "--text", "x", "--timeout", "-0"}).err,
+            "Timed out after 0 s waiting for an element with text \"x\" in Scribe\n");
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
   EXPECT_EQ(actingLines(d.events()), "");
 
@@ -265,6 +273,37 @@ TEST(WaitFor, WhatNeverComesFailsAtItsBoundWithOneLine) {
     EXPECT_EQ(run.err, message + "\n");
   }
   EXPECT_DOUBLE_EQ(clockOf(d), 12);
+}
+
+// An application that quits mid-wait reads as an empty tree: that must not pass for
+// "gone", nor leave the wait running to its bound.
+TEST(WaitFor, AnApplicationThatStopsAnsweringIsNeverGone) {
+  const std::vector<std::vector<std::string>> conditions = {
+      {"--window-title", "Draft", "--gone"},
+      {"--text", "Save", "--gone"},
+      {"--role", "AXWindow", "--gone"},
+      {"--text", "Nowhere"},
+  };
+  for (const auto& condition : conditions) {
+    DesktopFixture d(replaceAll(timedDesktop(), R"("name": "Scribe",)", R"("name": "Scribe", "quitsAfterCalls": 40,)"));
+    std::vector<std::string> args = {"wait-for", "--app", "Scribe", "--timeout", "5"};
+    args.insert(args.end(), condition.begin(), condition.end());
+    ToolRun run = d.run(args);
+    EXPECT_EQ(run.status, 1) << condition[1] << run.out;
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("Scribe stopped answering accessibility (it may have quit) while waiting for "),
+              std::string::npos) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    // It fails when the application goes, not at the bound.
+    EXPECT_LT(clockOf(d), 5) << condition[1];
+    EXPECT_EQ(actingLines(d.events()), "");
+  }
+  // One that does not answer at all keeps the wait going to its bound, and says why.
+  DesktopFixture silent(replaceAll(timedDesktop(), R"("name": "Scribe",)", R"("name": "Scribe", "responds": false,)"));
+  ToolRun run = silent.run({"wait-for", "--app", "Scribe", "--window-title", "Draft", "--gone", "--timeout", "3"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "Timed out after 3 s waiting for a window with a title containing \"Draft\" in Scribe to disappear "
+                     "(the last look could not read Scribe: AXError -25204)\n");
 }
 
 TEST(GetAppStateChanges, AddedRemovedAndChangedSinceThePreviousSnapshot) {

@@ -29,6 +29,7 @@ typedef CF_OPTIONS(uint32_t, SecCodeSignatureFlags){
 enum {
   kSecCSSigningInformation = 1 << 1,
 };
+extern const CFStringRef kSecCodeInfoCertificates;
 extern const CFStringRef kSecCodeInfoFlags;
 extern const CFStringRef kSecCodeInfoIdentifier;
 extern const CFStringRef kSecCodeInfoTeamIdentifier;

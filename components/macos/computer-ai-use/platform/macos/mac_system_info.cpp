@@ -41,8 +41,13 @@ CodeSignature MacSystemInfo::codeSignature() {
   } else if (status != errSecSuccess) {
     result.status = status;
   } else {
-    uint64_t flags = static_cast<uint64_t>(dictionaryNumber(info.get(), kSecCodeInfoFlags).value_or(0));
-    result.kind = (flags & kSecCodeSignatureAdhoc) ? CodeSignature::Kind::adhoc : CodeSignature::Kind::certificate;
+    // A certificate is what makes the identity stable: without a certificate chain, or
+    // with flags that cannot be read, the signature is not taken for one.
+    std::optional<int64_t> flags = dictionaryNumber(info.get(), kSecCodeInfoFlags);
+    auto certificates = static_cast<CFArrayRef>(dictionaryValue(info.get(), kSecCodeInfoCertificates, CFArrayGetTypeID()));
+    bool adhoc = !flags || (static_cast<uint64_t>(*flags) & kSecCodeSignatureAdhoc) || !certificates ||
+                 CFArrayGetCount(certificates) == 0;
+    result.kind = adhoc ? CodeSignature::Kind::adhoc : CodeSignature::Kind::certificate;
   }
   return result;
 }
