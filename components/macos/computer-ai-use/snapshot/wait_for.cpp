@@ -89,14 +89,8 @@ void handleWaitFor(runtime::CommandContext& context, const cli::Flags& flags) {
   auto look = [&]() -> std::optional<cli::Json> {
     if (windowTitle) return matchingWindow(context, app, *windowTitle);
     CurrentState state = fetchCurrentState(context, app, titleContains, windowID, CacheUpdate::none);
-    // The walk falls back to the focused window when the named one is not there (yet);
-    // what that window holds says nothing about the named one.
-    const std::optional<WindowSnapshot>& walked = state.snapshot.window;
-    if (windowID && (!walked || walked->windowID != windowID)) return std::nullopt;
-    if (auto filter = cleanedWindowTitleFilter(titleContains);
-        !windowID && filter && !(walked && common::containsIgnoringCase(walked->title.value_or(""), *filter))) {
-      return std::nullopt;
-    }
+    // The named window is not there (yet): nothing of it is found.
+    if (!walkedTheNamedWindow(state.snapshot, titleContains, windowID)) return std::nullopt;
     for (const ElementSnapshot& e : state.snapshot.elements) {
       if (matches(query, e)) return matchJSON(e);
     }
